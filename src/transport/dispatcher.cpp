@@ -1,0 +1,181 @@
+// dispatcher.cpp - the single door to the reader's byte channel.
+//
+// Routes each call to the transport that is open and keeps what the next read needs: time-out, end condition, type.
+// A read takes its own duration off the time-out, so that the reads of one exchange share one budget; whoever starts
+// an exchange sets it anew.
+
+#include "clock.h"
+#include "log.h"
+#include "qvreader/transport.h"
+
+#include <atomic>
+
+using qv::kLogCommDev;
+
+BackUpParam stBackUpParam = {};
+
+namespace {
+
+constexpr uint32_t nTypeSerial = 1;
+
+// nType is read by a cancel from another thread while an open may write it.
+uint32_t openType() noexcept
+{
+    return std::atomic_ref<uint32_t>(stBackUpParam.nType).load(std::memory_order_relaxed);
+}
+
+void setOpenType(uint32_t nType) noexcept
+{
+    std::atomic_ref<uint32_t>(stBackUpParam.nType).store(nType, std::memory_order_relaxed);
+}
+
+void keepParam(const TransPortParam &param) noexcept
+{
+    stBackUpParam.nTimeOut = param.nTimeOut;
+    stBackUpParam.pfnEndCondition = param.pfnEndCondition;
+    setOpenType(param.nType);
+    stBackUpParam.bAuxPrefix = param.bAuxPrefix;
+}
+
+int32_t openTransport(const TransPortParam &param) noexcept
+{
+    if (param.nType == nTypeSerial && param.nAuxPort < 1)
+        return COMM_Com_OpenLinux(param.szTermPath, param.nBaud);
+    return RET_PUB_FAIL;
+}
+
+} // namespace
+
+int32_t COMM_Dev_Linux_OpenTransPort(TransPortParam *pParam) noexcept
+{
+    QV_LOG(kLogCommDev, "ICC_OpenLinuxTransPort\r\n");
+    if (pParam == nullptr)
+        return RET_PUB_INVAL_PARAM;
+    const int32_t nRet = openTransport(*pParam);
+    if (nRet == 0)
+        keepParam(*pParam);
+    return nRet;
+}
+
+int32_t COMM_Dev_OpenTransPort(TransPortParam *pParam) noexcept
+{
+    QV_LOG(kLogCommDev, "【%s】 Start ", __func__);
+    const int32_t nRet = COMM_Dev_Linux_OpenTransPort(pParam);
+    QV_LOG(kLogCommDev, "【%s】 End = %d  ", __func__, nRet);
+    return nRet;
+}
+
+int32_t COMM_Dev_Linux_WriteDataToTransPort(const uint8_t *data, uint32_t len) noexcept
+{
+    QV_LOG(kLogCommDev, "[ICC_WriteDataToLinuxTransPort] Start ");
+    if (openType() == nTypeSerial)
+        return COMM_Com_WriteLinux(data, static_cast<int32_t>(len));
+    return RET_PUB_FAIL;
+}
+
+int32_t COMM_Dev_WriteDataToTransPort(const uint8_t *data, uint32_t len) noexcept
+{
+    return COMM_Dev_Linux_WriteDataToTransPort(data, len);
+}
+
+int32_t COMM_Dev_Linux_ReadDataFromTransPort(uint8_t *buf, uint32_t maxLen) noexcept
+{
+    const time_t nStart = qv::wallSeconds();
+    QV_LOG(kLogCommDev, "[%s] Start ", __func__);
+    int32_t nRet = RET_PUB_FAIL;
+    if (openType() == nTypeSerial) {
+        nRet = COMM_Com_ReadLinux(buf, maxLen, stBackUpParam.nTimeOut, stBackUpParam.pfnEndCondition);
+        DPrintDataHexToFile("PACKGET READ", buf, nRet);
+    }
+    // Also after a failure; a budget that is used up becomes the serial port's long wait.
+    const auto nElapsed = static_cast<uint32_t>(qv::wallSeconds() - nStart);
+    stBackUpParam.nTimeOut = static_cast<int32_t>(static_cast<uint32_t>(stBackUpParam.nTimeOut) - nElapsed);
+    return nRet;
+}
+
+int32_t COMM_Dev_ReadDataFromTransPort(uint8_t *buf, uint32_t maxLen) noexcept
+{
+    return COMM_Dev_Linux_ReadDataFromTransPort(buf, maxLen);
+}
+
+int32_t COMM_Dev_Linux_CloseTransPort(void) noexcept
+{
+    if (openType() == nTypeSerial)
+        return COMM_Com_CloseLinux();
+    return RET_PUB_FAIL;
+}
+
+int32_t COMM_Dev_CloseTransPort(void) noexcept
+{
+    return COMM_Dev_Linux_CloseTransPort();
+}
+
+int32_t COMM_Dev_Linux_CancelLinuxRead(void) noexcept
+{
+    if (openType() == nTypeSerial)
+        return COMM_Com_CancelLinuxRead();
+    return RET_PUB_FAIL;
+}
+
+int32_t COMM_Dev_CancelRead(void) noexcept
+{
+    return COMM_Dev_Linux_CancelLinuxRead();
+}
+
+int32_t COMM_Dev_Linux_ChangeEndCondition(EndConditionFn end) noexcept
+{
+    stBackUpParam.pfnEndCondition = end;
+    return 0;
+}
+
+int32_t COMM_Dev_ChangeEndCondition(EndConditionFn end) noexcept
+{
+    return COMM_Dev_Linux_ChangeEndCondition(end);
+}
+
+int32_t COMM_Dev_Linux_ChangeReadTime(uint32_t seconds) noexcept
+{
+    stBackUpParam.nTimeOut = static_cast<int32_t>(seconds);
+    return 0;
+}
+
+int32_t COMM_Dev_ChangeReadTimeOut(uint32_t seconds) noexcept
+{
+    return COMM_Dev_Linux_ChangeReadTime(seconds);
+}
+
+int32_t COMM_Dev_Linux_ChangeTermParam(TransPortParam *pParam) noexcept
+{
+    if (pParam == nullptr)
+        return RET_PUB_INVAL_PARAM;
+    keepParam(*pParam);
+    return 0;
+}
+
+int32_t COMM_Dev_ChangeTermParam(TransPortParam *pParam) noexcept
+{
+    return COMM_Dev_Linux_ChangeTermParam(pParam);
+}
+
+int32_t SetBackUpParam(const BackUpParam *pParam) noexcept
+{
+    if (pParam == nullptr)
+        return RET_PUB_INVAL_PARAM;
+    stBackUpParam = *pParam;
+    return 0;
+}
+
+int32_t COMM_Dev_Linux_SetLinuxHidClearZero(uint32_t flag) noexcept
+{
+    return COMM_Hid_SetLinuxHidClearZero(flag);
+}
+
+int32_t COMM_Dev_SetHidClearZero(uint32_t flag) noexcept
+{
+    return COMM_Dev_Linux_SetLinuxHidClearZero(flag);
+}
+
+int32_t COMM_Dev_UseComm(uint32_t) noexcept
+{
+    return 0;
+}
