@@ -1,0 +1,139 @@
+// The state machine behind line_parser.h. Memory is bounded: a frame never keeps more than a command's characters.
+#include "model/line_parser.h"
+
+namespace qvsim {
+
+namespace {
+
+// Length and LRC around the longest command.
+constexpr std::size_t kMostCharacters = 2 * (2 + kMostCommandData + 1);
+
+bool beginsSomething(std::uint8_t byte)
+{
+    return byte == kEscape || byte == marksOf(FrameKind::card).head || byte == marksOf(FrameKind::peripheral).head;
+}
+
+bool isHalfByteCharacter(std::uint8_t byte)
+{
+    return byte >= 0x30 && byte <= 0x3F;
+}
+
+LineEvent badFrame(FrameFault fault)
+{
+    LineEvent event;
+    event.kind = LineEvent::Kind::badFrame;
+    event.fault = fault;
+    return event;
+}
+
+LineEvent unknownEscape(std::string_view tail)
+{
+    LineEvent event;
+    event.kind = LineEvent::Kind::unknownEscape;
+    event.data.assign(tail.begin(), tail.end());
+    return event;
+}
+
+} // namespace
+
+LineEvent LineParser::feed(std::uint8_t byte)
+{
+    if (beginsSomething(byte)) {
+        LineEvent lost = abandon();
+        begin(byte);
+        return lost;
+    }
+    switch (state_) {
+    case State::inFrame:
+    case State::spoiltFrame: return feedFrame(byte);
+    case State::inEscape: return feedEscape(byte);
+    case State::idle: break;
+    }
+    return begin(byte);
+}
+
+LineEvent LineParser::disturb()
+{
+    return abandon();
+}
+
+LineEvent LineParser::begin(std::uint8_t byte)
+{
+    LineEvent event;
+    characters_.clear();
+    escapeTail_.clear();
+    spoiltBy_ = FrameFault::none;
+    state_ = State::idle;
+    if (byte == kEscape) {
+        state_ = State::inEscape;
+    } else if (byte == marksOf(FrameKind::card).head) {
+        state_ = State::inFrame;
+        frame_ = FrameKind::card;
+    } else if (byte == marksOf(FrameKind::peripheral).head) {
+        state_ = State::inFrame;
+        frame_ = FrameKind::peripheral;
+    } else if (byte != 0x00) {
+        event.kind = LineEvent::Kind::rubbish;
+    }
+    return event;
+}
+
+LineEvent LineParser::abandon()
+{
+    const State was = state_;
+    state_ = State::idle;
+    switch (was) {
+    case State::inFrame: return badFrame(FrameFault::cutOff);
+    case State::spoiltFrame: return badFrame(spoiltBy_);
+    case State::inEscape: return unknownEscape(escapeTail_);
+    case State::idle: break;
+    }
+    return {};
+}
+
+LineEvent LineParser::feedFrame(std::uint8_t byte)
+{
+    if (byte == marksOf(frame_).end) {
+        const bool spoilt = state_ == State::spoiltFrame;
+        state_ = State::idle;
+        if (spoilt)
+            return badFrame(spoiltBy_);
+        DecodedFrame decoded = decodeFrame(characters_);
+        if (decoded.fault != FrameFault::none)
+            return badFrame(decoded.fault);
+        LineEvent event;
+        event.kind = LineEvent::Kind::frame;
+        event.frame = frame_;
+        event.data = std::move(decoded.data);
+        return event;
+    }
+    if (state_ == State::spoiltFrame)
+        return {};
+    if (!isHalfByteCharacter(byte)) {
+        state_ = State::spoiltFrame;
+        spoiltBy_ = FrameFault::badCharacter;
+    } else if (characters_.size() == kMostCharacters) {
+        state_ = State::spoiltFrame;
+        spoiltBy_ = FrameFault::tooLong;
+    } else {
+        characters_.push_back(byte);
+    }
+    return {};
+}
+
+LineEvent LineParser::feedEscape(std::uint8_t byte)
+{
+    escapeTail_.push_back(static_cast<char>(byte));
+    const EscapeSearch found = findEscape(escapeTail_);
+    if (found.match == EscapeMatch::partial)
+        return {};
+    state_ = State::idle;
+    if (found.match == EscapeMatch::none)
+        return unknownEscape(escapeTail_);
+    LineEvent event;
+    event.kind = LineEvent::Kind::escape;
+    event.escape = found.escape;
+    return event;
+}
+
+} // namespace qvsim

@@ -1,0 +1,115 @@
+// The reader: bytes of the line in, bytes of the line out, cards in its slots. No I/O and no clock of its own; whoever
+// drives it passes the time in and calls tick() when deadline() has come or a card may have answered.
+//
+// One command is in work at a time. While a power-on waits for a card to be put in, a new command or a module reset
+// gives the waiting up (it is then not answered). While a card works, further frames wait for their turn and a module
+// reset drops the answer.
+#pragma once
+
+#include "model/card.h"
+#include "model/line_parser.h"
+#include "model/slots.h"
+#include "model/status_words.h"
+#include "model/trace.h"
+
+#include <chrono>
+#include <deque>
+#include <map>
+#include <memory>
+
+namespace qvsim {
+
+using TimePoint = std::chrono::steady_clock::time_point;
+
+struct ReaderCounts {
+    std::uint64_t frames = 0;         // good ones
+    std::uint64_t rejectedFrames = 0; // answered with silence
+    std::uint64_t replies = 0;
+    std::uint64_t escapes = 0;
+    std::uint64_t garbageBytes = 0; // bytes that belong to nothing, or came at another speed than the reader's
+};
+
+// A piece of the reply stream and the line speed at which the reader sent it.
+struct SentBytes {
+    Bytes bytes;
+    unsigned baud = 0;
+};
+
+class Reader {
+  public:
+    // `cardPatience`: how long a card may take for one answer.
+    Reader(unsigned baud, std::chrono::milliseconds cardPatience, Trace &trace);
+
+    // `lineSpeed`: the sender's bits per second; nothing for channels that have no speed.
+    void receive(BytesView bytes, std::optional<unsigned> lineSpeed, TimePoint now);
+    void tick(TimePoint now);
+    std::optional<TimePoint> deadline() const;
+    std::vector<SentBytes> takeOutput();
+
+    // False when the slot holds a card already.
+    bool insert(SlotCode slot, std::unique_ptr<Card> card, TimePoint now);
+    // False when the slot was empty.
+    bool remove(SlotCode slot, TimePoint now);
+    void setBaud(unsigned baud);
+
+    unsigned baud() const { return baud_; }
+    const ReaderCounts &counts() const { return counts_; }
+    // What the reader does and holds, one line each.
+    std::vector<std::string> describe(TimePoint now) const;
+
+    struct CommandRow;
+
+  private:
+    struct Slot {
+        std::unique_ptr<Card> card;
+        bool powered = false;
+    };
+    enum class Work { nothing, waitsForCard, powersOn, transmits };
+
+    void traceLine(std::string_view text);
+    void flushRubbish();
+    void take(LineEvent event, TimePoint now);
+    void takeEscape(const Escape &escape);
+    void takeFrame(const LineEvent &frame, TimePoint now);
+    void runWaitingFrames(TimePoint now);
+
+    void powerOnContact(BytesView data, TimePoint now);
+    void powerOnContactless(BytesView data, TimePoint now);
+    void powerOffContact(BytesView data, TimePoint now);
+    void powerOffContactless(BytesView data, TimePoint now);
+    void transmit(BytesView data, TimePoint now);
+    void cardStatus(BytesView data, TimePoint now);
+
+    void powerOn(SlotCode slot, unsigned waitMs, TimePoint now);
+    void powerOff(SlotCode slot);
+    void askCard(SlotCode slot, Work work, CardAnswer answer, TimePoint now);
+    void finishCard(const CardAnswer &answer);
+    void reset();
+    void abandonWork();
+
+    void reply(SlotCode slot, Outcome outcome, BytesView body = {});
+    Slot *findCard(SlotCode slot);
+
+    static const CommandRow kCommands[];
+
+    Trace &trace_;
+    LineParser parser_;
+    unsigned baud_;
+    std::chrono::milliseconds cardPatience_;
+    std::map<SlotCode, Slot> slots_;
+    std::vector<SentBytes> output_;
+    ReaderCounts counts_;
+
+    char boxPort_ = 0; // 0: none selected
+    unsigned boxSpeed_ = 0;
+    bool boxJustSelected_ = false; // nothing came since the selection
+
+    Work work_ = Work::nothing;
+    SlotCode workSlot_ = 0;
+    TimePoint workDeadline_;
+    FrameKind replyFrame_ = FrameKind::card;
+    std::deque<LineEvent> waitingFrames_; // came while a card was at work
+    std::uint64_t rubbishRun_ = 0;        // not yet traced
+};
+
+} // namespace qvsim

@@ -1,0 +1,164 @@
+// The reader's commands and what they do: a row each.
+//
+//   data bytes (T: milliseconds, big-endian)   command
+//   32 21 slot                                 card status of a contact or PSAM slot
+//   32 22 T T slot                             power on a contact or PSAM slot, waiting up to T for a card
+//   32 23 slot                                 power off a contact or PSAM slot
+//   32 24 T T                                  power on the contactless card, waiting up to T for it
+//   32 25 00 00                                power off the contactless card
+//   32 26 slot C-APDU                          exchange with the card in a slot, 255 for the contactless one
+#include "model/reader.h"
+
+#include <utility>
+
+namespace qvsim {
+
+namespace {
+
+unsigned bigEndian(std::uint8_t high, std::uint8_t low)
+{
+    return (unsigned{high} << 8) | low;
+}
+
+std::string waitText(unsigned waitMs)
+{
+    return waitMs == 0 ? std::string() : ", waits " + std::to_string(waitMs) + " ms";
+}
+
+std::string powerOnText(BytesView data)
+{
+    return "power on " + slotName(data[4]) + waitText(bigEndian(data[2], data[3]));
+}
+
+std::string powerOnContactlessText(BytesView data)
+{
+    return "power on " + slotName(kContactless) + waitText(bigEndian(data[2], data[3]));
+}
+
+std::string powerOffText(BytesView data)
+{
+    return "power off " + slotName(data[2]);
+}
+
+std::string powerOffContactlessText(BytesView)
+{
+    return "power off " + slotName(kContactless);
+}
+
+std::string transmitText(BytesView data)
+{
+    return "APDU to " + slotName(data[2]) + ": " + toHex(data.subspan(3));
+}
+
+std::string cardStatusText(BytesView data)
+{
+    return "card status of " + slotName(data[2]);
+}
+
+} // namespace
+
+struct Reader::CommandRow {
+    FrameKind frame;
+    std::uint8_t group;
+    std::uint8_t code;
+    std::size_t least; // data bytes, group and code included
+    std::size_t most;
+    std::string (*describe)(BytesView data);
+    void (Reader::*run)(BytesView data, TimePoint now);
+};
+
+const Reader::CommandRow Reader::kCommands[] = {
+    {FrameKind::card, 0x32, 0x21, 3, 3, cardStatusText, &Reader::cardStatus},
+    {FrameKind::card, 0x32, 0x22, 5, 5, powerOnText, &Reader::powerOnContact},
+    {FrameKind::card, 0x32, 0x23, 3, 3, powerOffText, &Reader::powerOffContact},
+    {FrameKind::card, 0x32, 0x24, 4, 4, powerOnContactlessText, &Reader::powerOnContactless},
+    {FrameKind::card, 0x32, 0x25, 4, 4, powerOffContactlessText, &Reader::powerOffContactless},
+    {FrameKind::card, 0x32, 0x26, 4, kMostCommandData, transmitText, &Reader::transmit},
+};
+
+void Reader::takeFrame(const LineEvent &frame, TimePoint now)
+{
+    const BytesView data = frame.data;
+    ++counts_.frames;
+    replyFrame_ = frame.frame;
+    Outcome refusal = data.empty() ? Outcome::noCommand : Outcome::unknownCommand;
+    for (const CommandRow &row : kCommands) {
+        if (row.frame != frame.frame || data.size() < 2 || row.group != data[0] || row.code != data[1])
+            continue;
+        if (data.size() < row.least || data.size() > row.most) {
+            refusal = Outcome::wrongCommandLength;
+            break;
+        }
+        if (trace_.wanted())
+            trace_.line("> " + toHex(data) + "  " + row.describe(data));
+        (this->*row.run)(data, now);
+        return;
+    }
+    traceLine("> " + toHex(data) + "  " + outcomeText(refusal));
+    reply(0, refusal);
+}
+
+void Reader::powerOnContact(BytesView data, TimePoint now)
+{
+    if (!isContactSlot(data[4])) {
+        reply(data[4], Outcome::noSuchSlot);
+        return;
+    }
+    powerOn(data[4], bigEndian(data[2], data[3]), now);
+}
+
+void Reader::powerOnContactless(BytesView data, TimePoint now)
+{
+    powerOn(kContactless, bigEndian(data[2], data[3]), now);
+}
+
+void Reader::powerOffContact(BytesView data, TimePoint)
+{
+    if (!isContactSlot(data[2])) {
+        reply(data[2], Outcome::noSuchSlot);
+        return;
+    }
+    powerOff(data[2]);
+    reply(data[2], Outcome::done);
+}
+
+void Reader::powerOffContactless(BytesView, TimePoint)
+{
+    powerOff(kContactless);
+    reply(kContactless, Outcome::done);
+}
+
+void Reader::transmit(BytesView data, TimePoint now)
+{
+    const SlotCode slot = data[2];
+    if (!isSlot(slot)) {
+        reply(slot, Outcome::noSuchSlot);
+        return;
+    }
+    Slot *const place = findCard(slot);
+    if (place == nullptr) {
+        reply(slot, Outcome::noCard);
+        return;
+    }
+    if (!place->powered) {
+        reply(slot, Outcome::notPowered);
+        return;
+    }
+    askCard(slot, Work::transmits, place->card->transmit(data.subspan(3)), now);
+}
+
+void Reader::cardStatus(BytesView data, TimePoint)
+{
+    const SlotCode slot = data[2];
+    if (!isContactSlot(slot)) {
+        reply(slot, Outcome::noSuchSlot);
+        return;
+    }
+    const Slot *const place = findCard(slot);
+    if (place == nullptr)
+        reply(slot, Outcome::noCard);
+    else
+        reply(slot, place->powered ? Outcome::done : Outcome::notPowered);
+}
+
+} // namespace qvsim

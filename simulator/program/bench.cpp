@@ -1,0 +1,147 @@
+// Wiring of reader, pseudo-terminal and cards.
+#include "program/bench.h"
+
+#include "model/script_card.h"
+#include "program/card_files.h"
+#include "system/tty_speeds.h"
+
+#include <stdexcept>
+
+namespace qvsim {
+
+namespace {
+
+constexpr unsigned kHighestPort = 65535;
+
+TimePoint now()
+{
+    return std::chrono::steady_clock::now();
+}
+
+} // namespace
+
+const Bench::CardKind Bench::kCardKinds[] = {
+    {"script:", &Bench::insertScript},
+    {"vpcd:", &Bench::insertVpcd},
+};
+
+Bench::Bench(EventLoop &loop, unsigned baud, std::chrono::milliseconds cardPatience, Trace &trace)
+    : loop_(loop), trace_(trace), reader_(baud, cardPatience, trace),
+      pty_(
+          loop, baud,
+          [this](BytesView bytes, std::optional<unsigned> lineSpeed) {
+              reader_.receive(bytes, lineSpeed, now());
+              settle();
+          },
+          trace)
+{
+}
+
+Trouble Bench::insert(SlotCode slot, std::string_view card, std::vector<std::string> &told)
+{
+    if (scripts_.contains(slot) || bridges_.contains(slot))
+        return "slot " + std::to_string(slot) + " is taken; remove its card first";
+    for (const CardKind &kind : kCardKinds) {
+        if (!card.starts_with(kind.prefix))
+            continue;
+        const Trouble trouble = (this->*kind.insert)(slot, card.substr(kind.prefix.size()), told);
+        settle();
+        return trouble;
+    }
+    return "a card is script:FILE or vpcd:PORT";
+}
+
+Trouble Bench::insertScript(SlotCode slot, std::string_view file, std::vector<std::string> &)
+{
+    CardScriptResult result = readCardFile(std::string(file));
+    if (const std::string *const wrong = std::get_if<std::string>(&result))
+        return *wrong;
+    CardScript &script = std::get<CardScript>(result);
+    std::string label = "script:" + std::string(file);
+    if (!script.name.empty())
+        label += " (" + script.name + ")";
+    scripts_.insert(slot);
+    reader_.insert(slot, std::make_unique<ScriptCard>(std::move(script), std::move(label)), now());
+    return std::nullopt;
+}
+
+Trouble Bench::insertVpcd(SlotCode slot, std::string_view port, std::vector<std::string> &told)
+{
+    const std::optional<unsigned> number = parseNumber(port, kHighestPort);
+    if (!number)
+        return "vpcd:PORT takes a port from 0 (any) to 65535";
+    try {
+        VpcdBridge::Events events{
+            [this, slot](std::unique_ptr<Card> card) { reader_.insert(slot, std::move(card), now()); },
+            [this, slot] { reader_.remove(slot, now()); },
+        };
+        auto bridge = std::make_unique<VpcdBridge>(loop_, static_cast<std::uint16_t>(*number), std::move(events));
+        told.push_back("vpcd " + std::to_string(slot) + " " + std::to_string(bridge->port()));
+        bridges_[slot] = std::move(bridge);
+    } catch (const std::runtime_error &error) {
+        return error.what();
+    }
+    return std::nullopt;
+}
+
+Trouble Bench::remove(SlotCode slot)
+{
+    if (scripts_.erase(slot) == 0 && bridges_.erase(slot) == 0)
+        return "slot " + std::to_string(slot) + " is empty";
+    reader_.remove(slot, now());
+    settle();
+    return std::nullopt;
+}
+
+Trouble Bench::setBaud(unsigned baud)
+{
+    if (!speedCode(baud))
+        return "no tty runs at " + std::to_string(baud) + " bits per second";
+    reader_.setBaud(baud);
+    return std::nullopt;
+}
+
+std::vector<std::string> Bench::describe() const
+{
+    std::vector<std::string> lines = reader_.describe(now());
+    lines.insert(lines.begin(), "pty " + pty_.path());
+    for (const auto &[slot, bridge] : bridges_)
+        if (!bridge->hasCard())
+            lines.push_back("slot " + std::to_string(slot) + " empty vpcd:" + std::to_string(bridge->port()) +
+                            " (no card has connected)");
+    return lines;
+}
+
+bool Bench::run()
+{
+    while (!stopped_ && !pty_.failed()) {
+        loop_.runOnce(reader_.deadline());
+        settle();
+    }
+    return !pty_.failed();
+}
+
+// Whatever happened: cards may have answered or gone, time may be over, the reader may have something to say. A card
+// that goes may set the reader to work on the next one, so that the bridges are asked until nothing changes any more.
+void Bench::settle()
+{
+    bool changed = true;
+    while (changed) {
+        reader_.tick(now());
+        changed = false;
+        for (const auto &[slot, bridge] : bridges_)
+            changed = bridge->update() || changed;
+    }
+    for (const SentBytes &sent : reader_.takeOutput())
+        pty_.send(sent.bytes, sent.baud);
+}
+
+std::optional<SlotCode> parseSlot(std::string_view text)
+{
+    const std::optional<unsigned> number = parseNumber(text, kContactless);
+    if (!number || !isSlot(static_cast<SlotCode>(*number)))
+        return std::nullopt;
+    return static_cast<SlotCode>(*number);
+}
+
+} // namespace qvsim

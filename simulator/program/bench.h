@@ -1,0 +1,61 @@
+// The bench: a reader, the channels that lead to it and the cards in its slots, on one event loop.
+//
+// Control commands call its functions; each returns what is wrong, or nothing when it is done.
+#pragma once
+
+#include "channels/pty_channel.h"
+#include "channels/vpcd_bridge.h"
+#include "model/reader.h"
+#include "system/event_loop.h"
+
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace qvsim {
+
+using Trouble = std::optional<std::string>;
+
+class Bench {
+  public:
+    Bench(EventLoop &loop, unsigned baud, std::chrono::milliseconds cardPatience, Trace &trace);
+
+    const std::string &ptyPath() const { return pty_.path(); }
+
+    // `card`: "script:FILE" or "vpcd:PORT". `told` gets lines such as "vpcd 0 35963".
+    Trouble insert(SlotCode slot, std::string_view card, std::vector<std::string> &told);
+    Trouble remove(SlotCode slot);
+    Trouble setBaud(unsigned baud);
+    std::vector<std::string> describe() const;
+    void stop() { stopped_ = true; }
+
+    // Until stop(). False when the pseudo-terminal broke down.
+    bool run();
+
+  private:
+    using Inserter = Trouble (Bench::*)(SlotCode slot, std::string_view what, std::vector<std::string> &told);
+    struct CardKind {
+        std::string_view prefix;
+        Inserter insert;
+    };
+    static const CardKind kCardKinds[];
+
+    Trouble insertScript(SlotCode slot, std::string_view file, std::vector<std::string> &told);
+    Trouble insertVpcd(SlotCode slot, std::string_view port, std::vector<std::string> &told);
+    void settle();
+
+    EventLoop &loop_;
+    Trace &trace_;
+    Reader reader_;
+    PtyChannel pty_;
+    std::map<SlotCode, std::unique_ptr<VpcdBridge>> bridges_;
+    std::set<SlotCode> scripts_; // slots that hold a script card
+    bool stopped_ = false;
+};
+
+// "0" to "31" and "255".
+std::optional<SlotCode> parseSlot(std::string_view text);
+
+} // namespace qvsim

@@ -1,0 +1,77 @@
+// qvreader-sim: start, run until told to stop, leave nothing behind.
+#include "channels/device_link.h"
+#include "control/client.h"
+#include "control/commands.h"
+#include "control/server.h"
+#include "program/bench.h"
+#include "program/options.h"
+#include "program/trace_file.h"
+#include "system/process.h"
+#include "system/text_output.h"
+
+#include <cstdio>
+#include <list>
+#include <stdexcept>
+
+namespace {
+
+using namespace qvsim;
+
+int serve(const Options &options)
+{
+    TextOutput out(STDOUT_FILENO);
+    TextOutput err(STDERR_FILENO);
+    const auto remark = [&](const std::string &text) {
+        if (!options.quiet)
+            err.line("qvreader-sim: " + text);
+    };
+
+    EventLoop loop;
+    TraceFile trace(options.traceFile);
+    Bench bench(loop, options.baud, options.cardPatience, trace);
+    const StopSignals signals(loop, [&bench] { bench.stop(); });
+
+    for (const auto &[slot, card] : options.cards) {
+        std::vector<std::string> told;
+        if (const Trouble trouble = bench.insert(slot, card, told))
+            throw std::runtime_error("card " + std::to_string(slot) + "=" + card + ": " + *trouble);
+        for (const std::string &line : told)
+            out.line(line);
+    }
+    std::list<DeviceLink> links;
+    for (const std::string &path : options.links) {
+        links.emplace_back(path, bench.ptyPath());
+        remark(path + " leads to " + bench.ptyPath());
+    }
+    const auto execute = [&bench](std::string_view line) { return runCommand(bench, line); };
+    ControlInput input(loop, STDIN_FILENO, execute, out);
+    std::optional<ControlServer> server;
+    if (!options.controlPath.empty()) {
+        server.emplace(loop, options.controlPath, execute);
+        remark("control commands: qvreader-sim ctl " + options.controlPath + " help");
+    }
+    out.line("ready " + bench.ptyPath());
+    if (!bench.run()) {
+        err.line("qvreader-sim: the pseudo-terminal broke down");
+        return 1;
+    }
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    qvsim::prepareProcess();
+    try {
+        const qvsim::ParsedOptions parsed = qvsim::parseOptions(argc, argv);
+        if (parsed.done)
+            return parsed.exitCode;
+        if (parsed.options.isControlCall)
+            return qvsim::callControl(parsed.options.controlCallPath, parsed.options.controlCallLine);
+        return serve(parsed.options);
+    } catch (const std::exception &error) {
+        qvsim::TextOutput(STDERR_FILENO).line(std::string("qvreader-sim: ") + error.what());
+        return 1;
+    }
+}

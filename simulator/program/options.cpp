@@ -1,0 +1,106 @@
+// The command line's options, with their help.
+#include "program/options.h"
+
+#include "control/commands.h"
+#include "program/bench.h"
+#include "system/tty_speeds.h"
+
+#include <CLI/CLI.hpp>
+
+namespace qvsim {
+
+namespace {
+
+constexpr char kDescription[] =
+    "A simulated card reader on a pseudo-terminal.\n\n"
+    "Start it with a card in the user's slot and watch the line:\n"
+    "  qvreader-sim --link /tmp/reader --card 0=script:cards/debit-credit.card --trace -\n"
+    "It prints \"ready /dev/pts/N\"; open that path (or the link) as the reader's serial port.\n"
+    "While it runs, commands are taken on standard input and on the control socket, a line each;\n"
+    "the answer ends with \"ok\" or \"error: ...\". The end of standard input ends nothing.";
+
+// "0=script:cards/purse.card" → slot and card. Throws CLI's error with the reason.
+std::pair<SlotCode, std::string> splitCard(const std::string &text)
+{
+    const std::size_t equals = text.find('=');
+    const std::optional<SlotCode> slot =
+        equals == std::string::npos ? std::nullopt : parseSlot(std::string_view(text).substr(0, equals));
+    if (!slot)
+        throw CLI::ValidationError("--card", text + ": write SLOT=script:FILE or SLOT=vpcd:PORT, SLOT being 0 "
+                                                    "to 15 (contact), 16 to 31 (PSAM) or 255 (contactless)");
+    return {*slot, text.substr(equals + 1)};
+}
+
+std::string footer()
+{
+    std::string text = "Commands while it runs:\n";
+    for (const std::string &line : commandHelp())
+        text += "  " + line + "\n";
+    return text;
+}
+
+} // namespace
+
+ParsedOptions parseOptions(int argc, char **argv)
+{
+    ParsedOptions parsed;
+    Options &options = parsed.options;
+    std::vector<std::string> cards;
+    std::vector<std::string> words;
+    unsigned patience = static_cast<unsigned>(options.cardPatience.count());
+
+    CLI::App app(kDescription, "qvreader-sim");
+    app.footer(footer());
+    app.add_option("--link", options.links,
+                   "Symbolic link to the pseudo-terminal at a fixed path; may be given several times. Replaces "
+                   "an old link, never anything else, and is removed at the end")
+        ->type_name("PATH")
+        ->allow_extra_args(false);
+    app.add_option("--baud", options.baud, "The reader's line speed at start")
+        ->type_name("N")
+        ->capture_default_str()
+        ->check([](const std::string &text) {
+            const std::optional<unsigned> baud = parseNumber(text, 10'000'000);
+            return baud && speedCode(*baud) ? std::string() : "no tty runs at " + text + " bits per second";
+        });
+    app.add_option("--card", cards,
+                   "A card in a slot from the start: 0=script:FILE plays a card file, 0=vpcd:PORT waits for a "
+                   "virtual card of another program on 127.0.0.1 (port 0: any, told as \"vpcd SLOT PORT\"). "
+                   "Slots: 0-15 contact, 16-31 PSAM, 255 contactless")
+        ->type_name("SLOT=KIND:WHAT")
+        ->allow_extra_args(false);
+    app.add_option("--control", options.controlPath, "Unix socket on which control commands are taken")
+        ->type_name("SOCKETPATH");
+    app.add_option("--trace", options.traceFile,
+                   "One line per event, with the time: bytes in and out and what they mean; - is standard error")
+        ->type_name("FILE");
+    app.add_option("--card-patience", patience,
+                   "How long a card may take for one answer before it counts as silent, in milliseconds")
+        ->type_name("MS")
+        ->capture_default_str()
+        ->check(CLI::Range(1U, 600'000U));
+    app.add_flag("--quiet", options.quiet, "No remarks on standard error, only errors");
+
+    CLI::App *const ctl = app.add_subcommand("ctl", "Send one command to a running simulator and print its answer");
+    ctl->add_option("SOCKETPATH", options.controlCallPath, "The socket given with --control")->required();
+    ctl->add_option("COMMAND", words, "The command and its arguments")->required();
+    ctl->prefix_command(false);
+    ctl->footer(footer());
+
+    try {
+        app.parse(argc, argv);
+        for (const std::string &card : cards)
+            options.cards.push_back(splitCard(card));
+    } catch (const CLI::ParseError &error) {
+        parsed.done = true;
+        parsed.exitCode = app.exit(error) == 0 ? 0 : 2;
+        return parsed;
+    }
+    options.cardPatience = std::chrono::milliseconds(patience);
+    options.isControlCall = ctl->parsed();
+    for (const std::string &word : words)
+        options.controlCallLine += (options.controlCallLine.empty() ? "" : " ") + word;
+    return parsed;
+}
+
+} // namespace qvsim
