@@ -9,7 +9,8 @@
  *    a time-out below 1 waits 1000 seconds. The "...Only" calls run on what is left; renew it with
  *    COMM_Rdz_ChageReadTimeOut before each of them.
  *  - Over USB a reader that does not answer gives result 0 with length 0.
- *  - A negative result between -65535 and -256 is minus the reader's status word (-4099: 0x1003).
+ *  - A negative result between -65535 and -256 is minus the reader's status word (-4099: 0x1003). Status words below
+ *    0x100 cannot be told from the library's own codes.
  *  - After a time-out a late reply may still come; call ClearReceiveBuffer, or close and open, before the next command.
  */
 #ifndef QVREADER_ICREADER_H
@@ -74,7 +75,7 @@ extern QV_API StCardCmdParam stCardCmdParam; /* last card status word */
 
 /* Opens the reader.
  * portName: "/dev..." or "COM..." or "AUX...": a tty path of at most 256 characters; "HID...", "USB..." or "1001...":
- *   USB; "PCSC...": refused. Case counts.
+ *   USB (not in this version: -51); "PCSC...": refused. Case counts.
  * boxPort: "A", "B", "C" or "K" selects a port of an external switch box on a serial link; null or other: none.
  * termType: terminal family; 2 changes the switch-box sequence. reserved: ignored. baud: bits per second.
  * 0; -2 null, empty or unknown name; -50 PC/SC; -51 the port could not be opened, or the link not raised (the port may
@@ -174,26 +175,28 @@ QV_API int32_t COMM_Icc_RDZPowerOff(int32_t nSlot) QV_NOEXCEPT;
  * Changes the current slot, the read time-out and, for the last two kinds, g_nPowerOnModule. */
 QV_API int32_t Dev_Rdz_IccPowerOn(uint8_t cCardType, uint8_t *atr, uint32_t *atrLen) QV_NOEXCEPT;
 
-/* Powers up one slot with the power-up time-out; the current slot stays. */
+/* Powers up one slot with the power-up time-out; the current slot stays. atr: out, at least 512 bytes. atrLen: out,
+ * bytes. As COMM_Icc_CardReaderPowerOn. Changes the read time-out. */
 QV_API int32_t Dev_Rdz_IccPowerOnSlot(int32_t nSlot, uint8_t *atr, uint32_t *atrLen) QV_NOEXCEPT;
 
-/* Asks the reader which card is present and powers that up. Results 2 (magnetic card) and -1 (unknown card) of the
- * detection are handed on. Changes the current slot and the read time-out. */
+/* Asks the reader which card is present and powers that up. atr: out, at least 512 bytes. atrLen: out, bytes.
+ * As COMM_Icc_CardReaderPowerOn; a detection that finds something else is handed on: 2 magnetic card, -1 unknown card,
+ * the exchange's codes. Changes the current slot and the read time-out. */
 QV_API int32_t Dev_Rdz_PowerOnInstr(uint8_t cCardType, uint8_t *atr, uint32_t *atrLen) QV_NOEXCEPT;
 
 /* Powers up contact slot 0 (slot 1 for "!") and, if that fails, the contactless card. Only with a power-up time-out
  * of 0; with any other -1, and nothing is sent. Changes the current slot and the read time-out. */
 QV_API int32_t Dev_Rdz_PowerOnLoop(uint8_t cCardType, uint8_t *atr, uint32_t *atrLen) QV_NOEXCEPT;
 
-/* Powers down the card in the current slot / in nSlot. */
+/* Powers down the card in the current slot / in nSlot. As COMM_Icc_CardReaderPowerOff. */
 QV_API int32_t Dev_Rdz_Ic_PowerOff(void) QV_NOEXCEPT;
 QV_API int32_t Dev_Rdz_Ic_PowerOffSlot(int32_t nSlot) QV_NOEXCEPT;
 
 /* ---- APDU exchange ------------------------------------------------------------------------------------------- */
 
 /* One APDU, no follow-up. capdu: in, nLen bytes, at most 505. rapdu: out, at least 1024 bytes. rapduLen: out, bytes.
- * 0; -54 when it is too long or could not be sent; -55 for a reply of 1024 bytes or more; the exchange's codes.
- * COMM_Icc_CardReaderApdu also: minus the status word for an empty reply; -50 in another reader mode. */
+ * 0; -54 when it is too long or could not be sent; -55 for a reply of 1024 bytes or more; -50 other reader mode; -2
+ * null; the exchange's codes. COMM_Icc_CardReaderApdu also: minus the status word for an empty reply. */
 QV_API int32_t COMM_Icc_CardReaderApdu(int32_t nSlot, const uint8_t *capdu, uint32_t nLen, uint8_t *rapdu,
                                        uint32_t *rapduLen) QV_NOEXCEPT;
 QV_API int32_t COMM_Icc_RDZAPDU(int32_t nSlot, const uint8_t *capdu, uint32_t nLen, uint8_t *rapdu,
@@ -219,14 +222,15 @@ QV_API char *ICC_CardCmdGetApduCardType(const char *label) QV_NOEXCEPT;
 
 /* Opens the reader, sends one APDU with follow-up and closes it again. cardType: "1" contact slot 0, "2" contactless,
  * other: the current slot. cmd: in, cmdLen bytes; a 4-byte command gets a fifth byte 00. out: out, at least 1024
- * bytes. outLen: out, bytes, 0 on failure.
+ * bytes. outLen: out, bytes; 0 when the exchange failed, untouched on -2 and -51.
  * 0; -2 null argument; -51 open failed; minus the status word when the exchange failed (the exchange's own code if
  * that is 0). */
 QV_API int32_t Dev_Rdz_Ic_SendCommand(const char *port, uint32_t termType, const uint8_t *boxPort, int32_t baud,
                                       const char *cardType, uint32_t cmdLen, const uint8_t *cmd, uint32_t *outLen,
                                       uint8_t *out) QV_NOEXCEPT;
 
-/* The same on a port that is open, within the time-out that is left. A failure is the status word itself, not negated.
+/* The same on a port that is open, within the time-out that is left. A failure is the status word itself, not negated;
+ * -2 null.
  */
 QV_API int32_t Dev_Rdz_Ic_SendCommandOnly(const char *cardType, uint32_t cmdLen, const uint8_t *cmd, uint32_t *outLen,
                                           uint8_t *out) QV_NOEXCEPT;

@@ -52,12 +52,13 @@ QV_API int32_t COMM_Rdz_OpenReader(TransPortParam *pParam) QV_NOEXCEPT;
 /* COMM_Dev_CloseTransPort. */
 QV_API int32_t COMM_Rdz_CloseReader(void) QV_NOEXCEPT;
 
-/* Sends data in a frame, or as they are when both markers are 0. 0; -1 when not all could be sent, for null data and
- * for more than a frame holds (nothing is sent). */
+/* Sends data in a frame, or as they are when both markers are 0 or stRDZ73xx.nType is 2. 0; -1 when not all could be
+ * sent, for null data and for more than a frame holds (nothing is sent). */
 QV_API int32_t COMM_Rdz_WriteDataToReader(uint8_t cHead, uint8_t cEnd, const uint8_t *data, uint32_t len) QV_NOEXCEPT;
 
 /* Reads one reply. With cHead other than 0, or cEnd and bParse both other than 0, it is parsed as a frame and its body
- * handed out; otherwise the bytes as they came. out: out, at least nMax bytes; more is cut. nMax 0 reads nothing.
+ * handed out; otherwise the bytes as they came. out: out, at least nMax bytes; more is cut. nMax 0 reads nothing and
+ * changes nothing.
  * Bytes placed in out (0: a reply without body); -4 no valid frame; the transport's codes.
  * Resets the status word. With cEnd other than 0, ChangeEndCondition becomes the end condition of this and all later
  * reads. */

@@ -5,7 +5,8 @@
  *
  * What holds everywhere:
  *  - One reader and one caller at a time. State is process-wide and unguarded. The only call that may come from
- *    another thread while a call runs is a cancel (COMM_Dev_CancelRead and those above it).
+ *    another thread while a call runs is a cancel (COMM_Dev_CancelRead and those above it). It logs, so that log file,
+ *    version text and log switches must not be changed meanwhile.
  *  - Results are 32-bit signed: 0 success, counts where a function moves bytes, negative codes for failures
  *    (RET_PUB_* in support.h). A function whose comment names no result always returns 0.
  *  - Buffers belong to the caller. Their least size stands with each function, in bytes unless said otherwise.

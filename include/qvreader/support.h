@@ -76,8 +76,9 @@ QV_API char *pGetLogPath(void) QV_NOEXCEPT;
 /* Local time of day as "mm-dd hh:mm:ss(mmm)", in a buffer of the library that the next call overwrites. */
 QV_API char *GetLogTime(void) QV_NOEXCEPT;
 
-/* Deletes from the directory log/ beside the library every file that is older than 15 days and every file whose name
- * is not that of a log file; looks at no more than 100 files a call. A file of an earlier year always counts as old. */
+/* Deletes old files from the directory log/ beside the library: those dated more than 15 days ago, and all of another
+ * year or of a later month. A file with another name counts with the date of the name listed before it; where there is
+ * none it is deleted. Looks at no more than 100 files a call. */
 QV_API void DelOutTimeLogFile(void) QV_NOEXCEPT;
 
 /* Lists a directory, "." and ".." left out, in the order in which the system gives the names.
@@ -95,7 +96,7 @@ QV_API void getSoLocationPath(char *pszPath) QV_NOEXCEPT;
 /* ---- configuration ------------------------------------------------------------------------------------------ */
 
 /* Looks a key up in an INI file. Returns the text behind the first "=" of the first line after the header
- * "[pszSection]" that contains pszKey anywhere, in a buffer of the library (at most 1023 characters) that the next
+ * "[pszSection]" that contains pszKey anywhere, in a buffer of the library (at most 1022 characters) that the next
  * call overwrites; pszDefault itself when there is no such line. Lines that start with "#" or "//" are comments; blanks
  * and a carriage return stay part of the value; later section headers do not end the search; a last line without a
  * line feed is not seen. */

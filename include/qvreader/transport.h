@@ -21,18 +21,18 @@ typedef int32_t (*EndConditionFn)(const uint8_t *pBuf, int32_t nLen);
 
 /* The port-open record. */
 typedef struct {
-    uint32_t nWord1;                /* belongs to the device layer (170 by its initialiser) */
-    uint32_t nType;                 /* 1 serial tty, 2 PC/SC (refused), 7 USB HID through libusb, 8 refused here */
-    uint32_t nTermType;             /* thin-client terminal family of the aux port */
-    uint32_t nWord4;                /* device layer: reader mode */
-    uint32_t nPID;                  /* USB product id */
-    uint32_t nVID;                  /* USB vendor id */
-    int32_t nPort;                  /* device layer: number behind "COM" or "AUX" */
-    uint32_t nBaud;                 /* bits per second */
-    int32_t nAuxPort;               /* 1 or more: the terminal's aux port instead of szTermPath */
-    uint32_t bAuxPrefix;            /* handed to the aux open and close */
-    char szTermPath[384];           /* tty path, NUL-terminated */
-    int32_t nTimeOut;               /* read time-out, seconds */
+    uint32_t nWord1;      /* belongs to the device layer (170 by its initialiser) */
+    uint32_t nType;       /* 1 serial tty, 2 PC/SC (refused), 7 USB HID (not in this version), 8 refused here */
+    uint32_t nTermType;   /* thin-client terminal family of the aux port */
+    uint32_t nWord4;      /* device layer: reader mode */
+    uint32_t nPID;        /* USB product id */
+    uint32_t nVID;        /* USB vendor id */
+    int32_t nPort;        /* device layer: number behind "COM" or "AUX" */
+    uint32_t nBaud;       /* bits per second */
+    int32_t nAuxPort;     /* 1 or more: the terminal's aux port (not in this version) */
+    uint32_t bAuxPrefix;  /* handed to the aux open and close */
+    char szTermPath[384]; /* tty path, NUL-terminated */
+    int32_t nTimeOut;     /* read time-out, seconds */
     EndConditionFn pfnEndCondition; /* end condition to install; null: none */
 } TransPortParam;
 
@@ -42,7 +42,7 @@ typedef struct {
     EndConditionFn pfnEndCondition; /* null: none */
     uint32_t nType;                 /* transport type of the open port, 0 before the first open */
     uint32_t bAuxPrefix;            /* from the open record */
-    int32_t nAuxMode;               /* 1 or more: write, read and close use the aux variants */
+    int32_t nAuxMode;               /* 1 or more: aux port; writes give -1 in this version */
 } BackUpParam;
 
 extern QV_API BackUpParam stBackUpParam; /* all 0 at load; a close leaves it as it is */

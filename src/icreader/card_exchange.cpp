@@ -55,6 +55,13 @@ bool followUp(std::span<const uint8_t> command, uint8_t ucSw1, uint8_t ucSw2,
     }
 }
 
+// Result of a command that never reaches the exchange: no status word belongs to it.
+int32_t refused(int32_t nRet) noexcept
+{
+    COMM_Rdz_ReSetStatus();
+    return nRet;
+}
+
 } // namespace
 
 char *ICC_CardCmdGetApduCardType(const char *label) noexcept
@@ -81,15 +88,15 @@ int32_t COMM_Icc_RDZAPDU(int32_t nSlot, const uint8_t *capdu, uint32_t nLen, uin
                          uint32_t *rapduLen) noexcept
 {
     if (qv::isOtherReader())
-        return qv::nUnsupported;
+        return refused(qv::nUnsupported);
     if (capdu == nullptr || rapdu == nullptr || rapduLen == nullptr)
-        return RET_PUB_INVAL_PARAM;
+        return refused(RET_PUB_INVAL_PARAM);
     std::array<uint8_t, nCommandMax> command;
     uint32_t nSend = 0;
     INSTR_Ic_RDZAPDUCmd(nSlot, command.data(), &nSend);
     if (nLen > command.size() - nSend) {
         QV_LOG(kLogCommDev, "C-APDU of %u bytes is longer than a frame holds", nLen);
-        return RET_PUB_SEND_FAIL;
+        return refused(RET_PUB_SEND_FAIL);
     }
     std::copy_n(capdu, nLen, command.begin() + nSend);
     nSend += nLen;
@@ -110,7 +117,7 @@ int32_t COMM_Icc_CardReaderApdu(int32_t nSlot, const uint8_t *capdu, uint32_t nL
                                 uint32_t *rapduLen) noexcept
 {
     if (qv::logIsOn())
-        DPrintDataHexToFile(ICC_CardCmdGetApduCardType("C_APDU"), capdu, static_cast<int32_t>(nLen));
+        DPrintDataHexToFile(ICC_CardCmdGetApduCardType("C_APDU"), capdu, qv::loggedLength(nLen));
     const int32_t nRet = COMM_Icc_RDZAPDU(nSlot, capdu, nLen, rapdu, rapduLen);
     if (nRet != 0) {
         QV_LOG(kLogCommDev, "[%s] nRet = %d, %08x", __func__, nRet, static_cast<unsigned>(nRet));
@@ -124,7 +131,7 @@ int32_t COMM_Icc_CardReaderApdu(int32_t nSlot, const uint8_t *capdu, uint32_t nL
 int32_t ICC_CardCmdVisitCOS(const uint8_t *cmd, uint32_t len, uint8_t *response, uint32_t *responseLen) noexcept
 {
     QV_LOG(kLogCommDev, "【%s】 Start ", __func__);
-    DPrintDataHexToFile("[ICC_CardCmdVisitCOS]", cmd, static_cast<int32_t>(len));
+    DPrintDataHexToFile("[ICC_CardCmdVisitCOS]", cmd, qv::loggedLength(len));
     if (cmd == nullptr || response == nullptr || responseLen == nullptr)
         return RET_PUB_INVAL_PARAM;
     const std::span command(cmd, len);

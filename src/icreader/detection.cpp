@@ -120,11 +120,8 @@ int32_t COMM_Icc_RdzCheckCardIsInSlot(int32_t nSlot) noexcept
     std::array<uint8_t, qv::nReplySize> reply;
     const int32_t nRecvLen = qv::exchangeCardFrame(command.data(), nLen, reply.data(), reply.size());
     QV_LOG(kLogCommDev, "RdzCheckCardIsInSlot SendAndReciveData nRecvLen=%d\n ", nRecvLen);
-    if (nRecvLen < 0)
-        return nRecvLen;
-    const auto nStatus = static_cast<int32_t>(COMM_Rdz_GetRecStatus());
-    QV_LOG(kLogCommDev, "status=%02x\n ", static_cast<unsigned>(nStatus));
-    return nStatus;
+    QV_LOG(kLogCommDev, "status=%02x\n ", stRDZ73xx.gStatus);
+    return nRecvLen < 0 ? nRecvLen : static_cast<int32_t>(COMM_Rdz_GetRecStatus());
 }
 
 int32_t COMM_Icc_CardReaderCheckSloct(int32_t nSlot) noexcept

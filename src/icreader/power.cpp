@@ -27,7 +27,7 @@ constexpr int32_t nSlotPsamFirst = 16, nSlotPsamLast = 31;
 
 uint32_t waitOfPowerOn() noexcept
 {
-    return static_cast<uint32_t>(std::min<uint64_t>(uint64_t{g_nPowerOnTimeout} * 1000, nWaitMax));
+    return static_cast<uint32_t>(std::min<uint64_t>(uint64_t{g_nPowerOnTimeout} * 1000, UINT32_MAX));
 }
 
 int32_t powerUpAsCurrent(int32_t nSlot, uint8_t *pAtr, uint32_t *pnAtrLen, uint32_t nWait) noexcept
@@ -140,9 +140,8 @@ int32_t COMM_Icc_RDZPowerOff(int32_t nSlot) noexcept
     DPrintDataHexToFile("INSTR_Ic_RDZPowerOffCmd ucSendData ", command.data(), static_cast<int32_t>(nLen));
     std::array<uint8_t, qv::nReplySize> reply;
     const int32_t nRecvLen = qv::exchangeCardFrame(command.data(), nLen, reply.data(), reply.size());
-    const int32_t nRet = std::min(nRecvLen, 0);
-    QV_LOG(kLogCommDev, "[%s] End nRet = %d  ", __func__, nRet);
-    return nRet;
+    QV_LOG(kLogCommDev, "[%s] End nRet = %d  ", __func__, nRecvLen);
+    return std::min(nRecvLen, 0); // the reader's status does not count
 }
 
 int32_t COMM_Icc_CardReaderPowerOff(int32_t nSlot) noexcept

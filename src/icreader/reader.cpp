@@ -75,7 +75,7 @@ int32_t COMM_Icc_WriteDataToCardReader(const uint8_t *data, uint32_t len) noexce
 {
     if (qv::isOtherReader())
         return qv::nUnsupported;
-    DPrintDataHexToFile(__func__, data, static_cast<int32_t>(len));
+    DPrintDataHexToFile(__func__, data, qv::loggedLength(len));
     return COMM_Rdz_WriteDataToReader(qv::ucCardHead, qv::ucCardEnd, data, len);
 }
 

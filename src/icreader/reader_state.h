@@ -36,7 +36,7 @@ inline int32_t exchangeCardFrame(const uint8_t *pSend, uint32_t nLen, uint8_t *p
 // The reader's answer where a reply brought no body: minus its status word.
 inline int32_t minusStatus() noexcept
 {
-    return -static_cast<int32_t>(COMM_Rdz_GetRecStatus());
+    return static_cast<int32_t>(0U - COMM_Rdz_GetRecStatus());
 }
 
 } // namespace qv

@@ -40,7 +40,7 @@ void chooseSlot(char cCardType) noexcept
 Outcome exchange(const char *pszCardType, uint32_t nCmd, const uint8_t *pCmd, uint32_t *pnOut, uint8_t *pOut) noexcept
 {
     chooseSlot(*pszCardType);
-    DPrintDataHexToFile("szCmd", pCmd, static_cast<int32_t>(nCmd));
+    DPrintDataHexToFile("szCmd", pCmd, qv::loggedLength(nCmd));
     std::array<uint8_t, nBareHeader + 1> withLe{};
     if (nCmd == nBareHeader) {
         std::copy_n(pCmd, nBareHeader, withLe.begin());
@@ -60,7 +60,7 @@ Outcome exchange(const char *pszCardType, uint32_t nCmd, const uint8_t *pCmd, ui
 
 int32_t exchangeRaw(uint32_t nCmd, const uint8_t *pCmd, uint32_t *pnLen, uint8_t *pOut) noexcept
 {
-    DPrintDataHexToFile("szCmd", pCmd, static_cast<int32_t>(nCmd));
+    DPrintDataHexToFile("szCmd", pCmd, qv::loggedLength(nCmd));
     std::array<uint8_t, nRawReplySize> reply;
     const bool bAwait = *pnLen != 0;
     const int32_t nRet = COMM_Rdz_SendAndReciveData(1, 0, 0, pCmd, nCmd, bAwait ? reply.data() : nullptr,
@@ -91,7 +91,7 @@ int32_t Dev_Rdz_Ic_SendCommand(const char *port, uint32_t termType, const uint8_
     const Outcome outcome = exchange(cardType, cmdLen, cmd, outLen, out);
     int32_t nRet = outcome.nRet;
     if (nRet != 0 && outcome.nStatus != 0)
-        nRet = -static_cast<int32_t>(outcome.nStatus);
+        nRet = static_cast<int32_t>(0U - outcome.nStatus);
     Dev_Rdz_Ic_ClosePort();
     QV_LOG(kLogCommDev, "[%s] End nRet = %02x  ", __func__, static_cast<unsigned>(nRet));
     return nRet;

@@ -113,7 +113,7 @@ int32_t COMM_Rdz_SendAndReciveData(uint32_t bParse, uint8_t cHead, uint8_t cEnd,
     QV_LOG(kLogComm, "nMaxReciveBufLen %d,cHead =%c,cHead = %c", static_cast<int>(nMaxReciveBufLen), cHead, cHead);
     COMM_Rdz_ReSetStatus();
     const int32_t nWritten = COMM_Rdz_WriteDataToReader(cHead, cEnd, send, nSendLen);
-    DPrintDataHexToFile("【发送命令】 szSend\n", send, static_cast<int32_t>(nSendLen));
+    DPrintDataHexToFile("【发送命令】 szSend\n", send, qv::loggedLength(nSendLen));
     if (nWritten != 0) {
         COMM_Rdz_ReSetStatus();
         return RET_PUB_SEND_FAIL;

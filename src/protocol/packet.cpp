@@ -21,7 +21,7 @@ namespace {
 // Decoded reply: L (2 bytes), status word (2), body (L - 2), LRC (1).
 constexpr size_t nStatusAt = 2;
 constexpr size_t nBodyAt = 4;
-constexpr size_t nMinReply = 4; // below, no status word stands before the LRC
+constexpr size_t nMinReply = 4; // the least that holds L and a status word (whose low byte is then the LRC too)
 constexpr size_t nStatusSize = 2;
 
 // Appends half-byte characters.

@@ -87,6 +87,8 @@ char *getLogFilePath(void) noexcept
 int32_t mkdir_s(const char *pszPath) noexcept
 {
     umask(0);
+    if (pszPath == nullptr)
+        return RET_PUB_FAIL;
     return mkdir(pszPath, 0777);
 }
 

@@ -19,6 +19,12 @@ bool isLetter(char c) noexcept
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
 }
 
+// True: the next nLen characters of the text, all before its NUL, are the tag.
+bool startsWith(const char *pszText, const char *pTag, size_t nLen) noexcept
+{
+    return strnlen(pszText, nLen) == nLen && std::strncmp(pszText, pTag, nLen) == 0;
+}
+
 // The decimal length at pszText, of which three characters must be there.
 int lengthAt(const char *pszText) noexcept
 {
@@ -34,7 +40,7 @@ char *Str_FindTagApp(const char *pTag, int32_t nTagLen, const char *pszText, int
     if (pTag == nullptr || pszText == nullptr || nTagLen < 0)
         return nullptr;
     while (*pszText != '\0') {
-        if (std::strncmp(pszText, pTag, static_cast<size_t>(nTagLen)) == 0)
+        if (startsWith(pszText, pTag, static_cast<size_t>(nTagLen)))
             return const_cast<char *>(pszText);
         if (!isLetter(*pszText++))
             continue;

@@ -38,8 +38,13 @@ int32_t Str_GetDataDeleteChar(const uint8_t *pData, int32_t nLen, uint8_t uc) no
 
 char *Str_strsTrim(char *pszText) noexcept
 {
-    if (pszText != nullptr)
-        *std::remove_if(pszText, pszText + std::strlen(pszText), isInvisible) = '\0';
+    if (pszText == nullptr)
+        return nullptr;
+    // A text with nothing to remove is not written to; it may be a constant.
+    char *pEnd = pszText + std::strlen(pszText);
+    char *pNewEnd = std::remove_if(pszText, pEnd, isInvisible);
+    if (pNewEnd != pEnd)
+        *pNewEnd = '\0';
     return pszText;
 }
 

@@ -13,7 +13,8 @@ int64_t g_stEndTime = 0;
 
 namespace {
 
-std::array<char, 128> s_szTime{};
+constexpr std::size_t nTimeSize = 128;
+std::array<char, nTimeSize> s_szTime{};
 
 constexpr std::array<int, 12> s_daysOfMonth{31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
 constexpr int nSleepUnit = 200; // GeneralSleep counts in 1/200 seconds
@@ -54,8 +55,10 @@ char *Time_GetLocalTime(const char *pszSep) noexcept
     const qv::LocalTime now = qv::localNow();
     const char *psz = pszSep == nullptr ? "" : pszSep;
     const tm &st = now.stFields;
-    std::snprintf(s_szTime.data(), s_szTime.size(), "%02d%s%02d%s%02d%s%02d%s%02d%s%02d%s%03d", st.tm_year - 100, psz,
+    std::array<char, nTimeSize> szTime; // pszSep may be the shared buffer itself
+    std::snprintf(szTime.data(), szTime.size(), "%02d%s%02d%s%02d%s%02d%s%02d%s%02d%s%03d", st.tm_year - 100, psz,
                   st.tm_mon + 1, psz, st.tm_mday, psz, st.tm_hour, psz, st.tm_min, psz, st.tm_sec, psz, now.nMillis);
+    s_szTime = szTime;
     QV_LOG(qv::kLogPublic, "[%s] End szTime = %s ", __func__, s_szTime.data());
     return s_szTime.data();
 }

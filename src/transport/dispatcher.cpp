@@ -68,7 +68,7 @@ int32_t COMM_Dev_OpenTransPort(TransPortParam *pParam) noexcept
 int32_t COMM_Dev_Linux_WriteDataToTransPort(const uint8_t *data, uint32_t len) noexcept
 {
     QV_LOG(kLogCommDev, "[ICC_WriteDataToLinuxTransPort] Start ");
-    if (openType() == nTypeSerial)
+    if (openType() == nTypeSerial && stBackUpParam.nAuxMode < 1)
         return COMM_Com_WriteLinux(data, static_cast<int32_t>(len));
     return RET_PUB_FAIL;
 }
@@ -161,7 +161,11 @@ int32_t SetBackUpParam(const BackUpParam *pParam) noexcept
 {
     if (pParam == nullptr)
         return RET_PUB_INVAL_PARAM;
-    stBackUpParam = *pParam;
+    stBackUpParam.nTimeOut = pParam->nTimeOut;
+    stBackUpParam.pfnEndCondition = pParam->pfnEndCondition;
+    setOpenType(pParam->nType);
+    stBackUpParam.bAuxPrefix = pParam->bAuxPrefix;
+    stBackUpParam.nAuxMode = pParam->nAuxMode;
     return 0;
 }
 

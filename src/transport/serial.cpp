@@ -67,7 +67,7 @@ int openTty(const char *pszName) noexcept
     return nFd;
 }
 
-// A title and the bytes, one line each; nothing at all while the switch is off.
+// The bytes, one line each; nothing at all while the switch is off.
 void logBytes(const uint8_t *pData, size_t nLen, bool bTwoDigits) noexcept
 {
     if (!qv::logIsOn())

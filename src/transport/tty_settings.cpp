@@ -10,6 +10,7 @@
 #include "qvreader/transport.h"
 
 #include <array>
+#include <cerrno>
 #include <cstddef>
 #include <termios.h>
 
@@ -49,6 +50,16 @@ constexpr unsigned short nLocalCleared = ISIG | ICANON | ECHO | NOFLSH;
 constexpr std::size_t nQuitAt = VQUIT, nTimeAt = VTIME, nMinAt = VMIN;
 constexpr unsigned char ucQuit = 0x7F;
 constexpr unsigned char ucIdleTenths = 1; // a read returns after 0.1 s without input, which paces the read loop
+
+// Waits until all output is sent and drops unread input; a signal does not end the wait.
+int apply(int nFd, const struct termio &settings) noexcept
+{
+    int nRet = -1;
+    do {
+        nRet = ioctl(nFd, TCSETAF, &settings);
+    } while (nRet < 0 && errno == EINTR);
+    return nRet;
+}
 
 // Flow control and input speed, as bits of the 32-bit control word.
 constexpr tcflag_t nUpperBits = CRTSCTS | CIBAUD;
@@ -93,7 +104,7 @@ int32_t SetTerm(int32_t fd, uint32_t baud) noexcept
     settings.c_cc[nQuitAt] = ucQuit;
     settings.c_cc[nTimeAt] = ucIdleTenths;
     settings.c_cc[nMinAt] = 0;
-    if (ioctl(fd, TCSETAF, &settings) < 0)
+    if (apply(fd, settings) < 0)
         return RET_PUB_FAIL;
     finishSettings(fd, baud, nCode);
     return 0;
@@ -103,7 +114,7 @@ namespace qv {
 
 int restoreTty(int nFd) noexcept
 {
-    if (ioctl(nFd, TCSETAF, &g_stOldTermAttr) < 0)
+    if (apply(nFd, g_stOldTermAttr) < 0)
         return RET_PUB_FAIL;
     termios settings{};
     if (s_nOldUpperBits != 0 && tcgetattr(nFd, &settings) == 0)

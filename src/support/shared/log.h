@@ -27,6 +27,14 @@ inline bool logIsOn() noexcept
     return isWriteLog() != 0;
 }
 
+// Length of a dump of command bytes. A caller may say more than a command can hold; such a command is refused unread,
+// and its dump must not read further either.
+inline int32_t loggedLength(uint32_t nLen) noexcept
+{
+    constexpr uint32_t nCommandMax = 1024;
+    return static_cast<int32_t>(nLen < nCommandMax ? nLen : nCommandMax);
+}
+
 } // namespace qv
 
 #define QV_LOG(nType, ...) DPrintLogToFileAddType(0, nType, __VA_ARGS__)

@@ -1,0 +1,8 @@
+qv_add_test(support_base64 SOURCES support_base64.cpp LABELS small)
+qv_add_test(support_codecs SOURCES support_codecs.cpp LABELS small)
+qv_add_test(support_ini SOURCES support_ini.cpp LABELS small)
+qv_add_test(support_library_path SOURCES support_library_path.cpp FAKE_CLOCK LABELS small)
+qv_add_test(support_log SOURCES support_log.cpp FAKE_CLOCK LABELS small threads)
+qv_add_test(support_retention SOURCES support_retention.cpp FAKE_CLOCK LABELS small)
+qv_add_test(support_text SOURCES support_text.cpp LABELS small)
+qv_add_test(support_time SOURCES support_time.cpp FAKE_CLOCK LABELS small)
