@@ -258,7 +258,7 @@ int32_t COMM_Com_WriteLinux(const uint8_t *pInData, int32_t nLen) noexcept
 
 int32_t COMM_Com_ReadLinux(uint8_t *buf, uint32_t nMaxLen, int32_t nTimeOut, EndConditionFn end) noexcept
 {
-    QV_LOG(kLogCommDev, "[%s] Start  ", __func__);
+    QV_LOG(kLogCommDev, "[%s ] Start  ", __func__);
     QV_LOG(kLogCommDev, " g_AuxFd = %d nTimeOut = %d nMaxLen = %d ", portFd(), nTimeOut, static_cast<int>(nMaxLen));
     if (nTimeOut < 1) {
         QV_LOG(kLogCommDev, " Param err");

@@ -1,0 +1,16 @@
+# The wire, from the serial port up to the IC reader: scripted conversations over pseudo-terminals.
+
+qv_add_test(transport_dispatcher FAKE_CLOCK SOURCES transport_dispatcher.cpp)
+qv_add_test(transport_serial RUN_SERIAL SOURCES transport_serial.cpp)
+qv_add_test(transport_serial_read SOURCES transport_serial_read.cpp)
+qv_add_test(transport_serial_timeouts FAKE_CLOCK SOURCES transport_serial_timeouts.cpp)
+qv_add_test(transport_serial_cancel SOURCES transport_serial_cancel.cpp LABELS threads)
+qv_add_test(protocol_packet SOURCES protocol_packet.cpp LABELS small)
+qv_add_test(protocol_ic_commands SOURCES protocol_ic_commands.cpp LABELS small)
+qv_add_test(protocol_exchange FAKE_CLOCK SOURCES protocol_exchange.cpp)
+qv_add_test(icreader_open RUN_SERIAL SOURCES icreader_open.cpp)
+qv_add_test(icreader_power FAKE_CLOCK SOURCES icreader_power.cpp)
+qv_add_test(icreader_apdu FAKE_CLOCK SOURCES icreader_apdu.cpp)
+qv_add_test(icreader_send_command FAKE_CLOCK SOURCES icreader_send_command.cpp)
+qv_add_test(icreader_follow_up SOURCES icreader_follow_up.cpp)
+qv_add_test(icreader_slots FAKE_CLOCK SOURCES icreader_slots.cpp)
