@@ -5,6 +5,9 @@ install(TARGETS qvreader EXPORT qvreaderTargets LIBRARY DESTINATION ${CMAKE_INST
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/qvreader DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING
         PATTERN "*.h")
 
+# The installed tree may be moved: the pkg-config file finds it from its own place.
+file(RELATIVE_PATH QV_PC_TO_PREFIX ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+string(REGEX REPLACE "/$" "" QV_PC_TO_PREFIX "${QV_PC_TO_PREFIX}")
 configure_file(${PROJECT_SOURCE_DIR}/cmake/qvreader.pc.in ${CMAKE_CURRENT_BINARY_DIR}/qvreader.pc @ONLY)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/qvreader.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 

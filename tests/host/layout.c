@@ -1,0 +1,2 @@
+/* The layout as a C host sees it. */
+#include "layout.h"

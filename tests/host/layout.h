@@ -1,0 +1,77 @@
+/* layout.h - size and offsets of every record that crosses the boundary, on 64-bit machines; in C and in C++. */
+#include "qvreader/qvreader.h"
+
+#include <stddef.h>
+
+#if defined(__cplusplus)
+#define QV_HOLDS(expression) static_assert(expression, #expression)
+#define QV_FIELD_SIZE(type, field) sizeof(type::field)
+#else
+#define QV_HOLDS(expression) _Static_assert(expression, #expression)
+#define QV_FIELD_SIZE(type, field) sizeof(((type *)0)->field)
+#endif
+#define QV_SIZE(type, nBytes) QV_HOLDS(sizeof(type) == (nBytes))
+#define QV_FIELD(type, field, nOffset, nBytes)                                                                         \
+    QV_HOLDS(offsetof(type, field) == (nOffset) && QV_FIELD_SIZE(type, field) == (nBytes))
+
+QV_SIZE(EndConditionFn, 8);
+
+QV_SIZE(TransPortParam, 440);
+QV_FIELD(TransPortParam, nWord1, 0, 4);
+QV_FIELD(TransPortParam, nType, 4, 4);
+QV_FIELD(TransPortParam, nTermType, 8, 4);
+QV_FIELD(TransPortParam, nWord4, 12, 4);
+QV_FIELD(TransPortParam, nPID, 16, 4);
+QV_FIELD(TransPortParam, nVID, 20, 4);
+QV_FIELD(TransPortParam, nPort, 24, 4);
+QV_FIELD(TransPortParam, nBaud, 28, 4);
+QV_FIELD(TransPortParam, nAuxPort, 32, 4);
+QV_FIELD(TransPortParam, bAuxPrefix, 36, 4);
+QV_FIELD(TransPortParam, szTermPath, 40, 384);
+QV_FIELD(TransPortParam, nTimeOut, 424, 4);
+QV_FIELD(TransPortParam, pfnEndCondition, 432, 8);
+
+QV_SIZE(BackUpParam, 32);
+QV_FIELD(BackUpParam, nTimeOut, 0, 4);
+QV_FIELD(BackUpParam, pfnEndCondition, 8, 8);
+QV_FIELD(BackUpParam, nType, 16, 4);
+QV_FIELD(BackUpParam, bAuxPrefix, 20, 4);
+QV_FIELD(BackUpParam, nAuxMode, 24, 4);
+
+QV_SIZE(RDZ73xx, 8);
+QV_FIELD(RDZ73xx, nType, 0, 4);
+QV_FIELD(RDZ73xx, gStatus, 4, 4);
+
+QV_SIZE(IcOpenRecord, 696);
+QV_FIELD(IcOpenRecord, stParam, 0, 440);
+QV_FIELD(IcOpenRecord, szPcscReader, 440, 256);
+
+QV_SIZE(IcCardReader, 12);
+QV_FIELD(IcCardReader, nReaderMode, 0, 4);
+QV_FIELD(IcCardReader, nTimeOut, 4, 4);
+QV_FIELD(IcCardReader, nCardSlot, 8, 4);
+
+QV_SIZE(IcHidId, 16);
+QV_FIELD(IcHidId, nPID, 0, 8);
+QV_FIELD(IcHidId, nVID, 8, 8);
+
+QV_SIZE(IccCardCmd, 2060);
+QV_FIELD(IccCardCmd, cla, 0, 1);
+QV_FIELD(IccCardCmd, ins, 1, 1);
+QV_FIELD(IccCardCmd, p1, 2, 1);
+QV_FIELD(IccCardCmd, p2, 3, 1);
+QV_FIELD(IccCardCmd, lc, 4, 1);
+QV_FIELD(IccCardCmd, data, 5, 1024);
+QV_FIELD(IccCardCmd, lePresent, 1029, 1);
+QV_FIELD(IccCardCmd, le, 1030, 1);
+QV_FIELD(IccCardCmd, response, 1031, 1024);
+QV_FIELD(IccCardCmd, responseLen, 2056, 4);
+
+QV_SIZE(StCardCmdParam, 4);
+QV_FIELD(StCardCmdParam, nErrorCode, 0, 4);
+
+QV_SIZE(StDebugTip, 44);
+QV_FIELD(StDebugTip, nEnable, 0, 44);
+
+QV_SIZE(g_Hid, 160);
+QV_SIZE(g_szPcscReader, 256);

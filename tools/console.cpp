@@ -1,0 +1,49 @@
+#include "console.h"
+
+#include <cstdio>
+#include <unistd.h>
+
+namespace qvtool {
+
+namespace {
+
+constexpr std::string_view sRewrite = "\r\033[K"; // to the line's start, and empty it
+
+} // namespace
+
+Console::Console() : m_bTerminal(isatty(STDERR_FILENO) == 1) {}
+
+void Console::put(std::string_view sText)
+{
+    std::fwrite(sText.data(), 1, sText.size(), stderr);
+}
+
+void Console::clearStatus()
+{
+    if (m_bStatus)
+        put(sRewrite);
+    m_bStatus = false;
+}
+
+void Console::line(std::string_view sText)
+{
+    std::scoped_lock lock(m_guard);
+    clearStatus();
+    put(std::string(sText) + "\n");
+    std::fflush(stderr);
+}
+
+void Console::status(std::string_view sText)
+{
+    std::scoped_lock lock(m_guard);
+    if (!m_bTerminal)
+        return;
+    clearStatus();
+    if (!sText.empty()) {
+        put(sText);
+        m_bStatus = true;
+    }
+    std::fflush(stderr);
+}
+
+} // namespace qvtool

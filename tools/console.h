@@ -1,0 +1,30 @@
+// console.h - standard error: remarks, trace lines and, on a terminal, one status line that is rewritten in place.
+// May be used from several threads.
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <string_view>
+
+namespace qvtool {
+
+class Console {
+  public:
+    Console();
+
+    bool isTerminal() const { return m_bTerminal; }
+    // A line of its own.
+    void line(std::string_view sText);
+    // Rewrites the status line; only on a terminal. An empty text takes it away.
+    void status(std::string_view sText);
+
+  private:
+    void put(std::string_view sText);
+    void clearStatus();
+
+    std::mutex m_guard;
+    bool m_bTerminal;
+    bool m_bStatus = false;
+};
+
+} // namespace qvtool
