@@ -1,7 +1,7 @@
 // One APDU at the reader: the wire, the limits, the failures, the titles of its log.
 
 #include "fake_clock.h"
-#include "pty_peer.h"
+#include "open_reader.h"
 
 #include "qvreader/icreader.h"
 
@@ -13,34 +13,14 @@ using namespace qvtest;
 
 namespace {
 
-class Apdu : public testing::Test {
+class Apdu : public OpenReader {
   protected:
     void SetUp() override
     {
-        m_nDescriptors = openDescriptors();
-        m_peer.emplace();
-        stBackUpParam = {};
-        stRDZ73xx = {};
-        gEndChar = 0x03;
-        ASSERT_EQ(Dev_Rdz_Ic_OpenPort(m_peer->path().c_str(), nullptr, 1, 0, 9600), 0);
-        COMM_Rdz_ChageReadTimeOut(60);
+        OpenReader::SetUp();
         stCardReader.nCardSlot = 0;
         m_rapdu.assign(1100, 0xC5);
         m_nLen = 0xC5C5;
-    }
-    void TearDown() override
-    {
-        m_peer->finish();
-        logOff();
-        stCardReader.nReaderMode = 0;
-        Dev_Rdz_Ic_ClosePort();
-        COMM_Com_CloseLinux();
-        m_peer.reset();
-        EXPECT_EQ(openDescriptors(), m_nDescriptors);
-    }
-    void answer(std::string_view sCommand, uint32_t nStatus, std::string_view sBody = "")
-    {
-        m_peer->expect(commandFrame(sCommand)).reply(replyFrame(nStatus, sBody));
     }
     int32_t inner(int32_t nSlot, const Bytes &capdu)
     {
@@ -53,8 +33,6 @@ class Apdu : public testing::Test {
     }
     std::string rapdu() const { return hex(std::span(m_rapdu).first(m_nLen)); }
 
-    int m_nDescriptors = 0;
-    std::optional<PtyPeer> m_peer;
     Bytes m_rapdu;
     uint32_t m_nLen = 0;
 };

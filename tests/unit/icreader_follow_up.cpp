@@ -1,6 +1,6 @@
 // The card exchange with its one follow-up command and the register of the last card status word.
 
-#include "pty_peer.h"
+#include "open_reader.h"
 
 #include "qvreader/icreader.h"
 
@@ -17,31 +17,15 @@ namespace {
 
 const uint32_t s_nRegisterAtLoad = stCardCmdParam.nErrorCode;
 
-class FollowUp : public testing::Test {
+class FollowUp : public OpenReader {
   protected:
     void SetUp() override
     {
-        m_nDescriptors = openDescriptors();
-        m_peer.emplace();
-        stBackUpParam = {};
-        stRDZ73xx = {};
-        gEndChar = 0x03;
-        ASSERT_EQ(Dev_Rdz_Ic_OpenPort(m_peer->path().c_str(), nullptr, 1, 0, 9600), 0);
-        COMM_Rdz_ChageReadTimeOut(60);
+        OpenReader::SetUp();
         stCardReader.nCardSlot = 0;
         stCardCmdParam.nErrorCode = 0x1234;
         m_response.assign(1100, 0xC5);
         m_nLen = 0xC5C5;
-    }
-    void TearDown() override
-    {
-        m_peer->finish();
-        logOff();
-        stCardReader.nReaderMode = 0;
-        Dev_Rdz_Ic_ClosePort();
-        COMM_Com_CloseLinux();
-        m_peer.reset();
-        EXPECT_EQ(openDescriptors(), m_nDescriptors);
     }
     // The reader gets this C-APDU for slot 0 and answers with a status word and an R-APDU.
     void card(std::string_view sCommand, std::string_view sResponse, uint32_t nStatus = 0)
@@ -60,8 +44,6 @@ class FollowUp : public testing::Test {
         EXPECT_EQ(m_response, Bytes(1100, 0xC5));
     }
 
-    int m_nDescriptors = 0;
-    std::optional<PtyPeer> m_peer;
     Bytes m_response;
     uint32_t m_nLen = 0;
 };

@@ -222,6 +222,15 @@ TEST_F(ReaderOpen, AReplyEndsWithThree)
     EXPECT_EQ(IcEndCondition(nullptr, 0), -1);
 }
 
+TEST_F(ReaderOpen, TheReadersOwnEndConditionKnowsNoOtherEndByte)
+{
+    const uint8_t buf[] = {0x03, 0x04};
+    ChangeEndChar(0x04);
+    EXPECT_EQ(IcEndCondition(buf, 1), 0);
+    EXPECT_EQ(IcEndCondition(buf, 2), -1);
+    ChangeEndChar(0x03);
+}
+
 TEST_F(ReaderOpen, AnOpenRecordIsOpenedAndItsModeAndTimeOutKept)
 {
     TransPortParam param;
@@ -277,6 +286,24 @@ TEST_F(ReaderOpen, AnOpenRecordThatFailsLeavesTheReaderRecord)
     EXPECT_EQ(stCardReader.nTimeOut, 5);
     EXPECT_EQ(stCardReader.nCardSlot, 6);
     EXPECT_EQ(g_AuxFd, -2);
+}
+
+TEST_F(ReaderOpen, ASuccessfulOpenTakesTheReaderModeFromItsRecord)
+{
+    stCardReader.nReaderMode = 1;
+    EXPECT_EQ(open(path()), 0);
+    EXPECT_EQ(stCardReader.nReaderMode, 0);
+    EXPECT_EQ(Dev_Rdz_Ic_ClosePort(), 0);
+}
+
+TEST_F(ReaderOpen, TheEndConditionIsFilledInBeforeAnythingElse)
+{
+    TransPortParam param;
+    COMM_Icc_InitCardReaderParam(&param);
+    param.nWord4 = 1;
+    param.pfnEndCondition = nullptr;
+    EXPECT_EQ(COMM_Icc_OpenCardReader(&param), -50);
+    EXPECT_EQ(param.pfnEndCondition, IcEndCondition);
 }
 
 TEST_F(ReaderOpen, AnotherReaderModeAnswersMinus50WithoutTraffic)
@@ -720,6 +747,40 @@ TEST_F(ReaderOpen, ASwitchBoxSkipsTheRaise)
     EXPECT_EQ(m_peer->wire(), "1B 25 43 1B 24 49 34 1B 24 42");
 }
 
+TEST_F(ReaderOpen, ASwitchBoxBelongsToEverySerialName)
+{
+    for (const char *psz : {"COM4", "AUX2"}) {
+        SCOPED_TRACE(psz);
+        link(psz);
+        s_sent.clear();
+        ASSERT_EQ(open(psz, 9600, "K"), 0);
+        EXPECT_EQ(g_useBpBox, 1);
+        EXPECT_THAT(s_sent, ElementsAre(Sent{"1B 25 4B 1B 24 49 34", B9600}));
+        EXPECT_EQ(Dev_Rdz_Ic_ClosePort(), 0);
+    }
+}
+
+TEST_F(ReaderOpen, TheBoxFlagOutlivesACloseUpToTheNextOpen)
+{
+    Dev_Rdz_Ic_RaiseBaundFlag(1);
+    ASSERT_EQ(open(path(), 9600, "A"), 0);
+    EXPECT_EQ(Dev_Rdz_Ic_ClosePort(), 0);
+    EXPECT_EQ(g_useBpBox, 1);
+    ASSERT_EQ(open(path(), 9600), 0);
+    EXPECT_EQ(g_useBpBox, 0);
+    EXPECT_EQ(Dev_Rdz_Ic_ClosePort(), 0);
+    EXPECT_EQ(m_peer->wire(), "1B 25 41 1B 24 49 34 1B 24 42");
+}
+
+TEST_F(ReaderOpen, OnlyASerialRecordReleasesTheBox)
+{
+    Dev_Rdz_Ic_RaiseBaundFlag(1);
+    ASSERT_EQ(open(path(), 9600, "A"), 0);
+    g_sParam.stParam.nType = 7;
+    EXPECT_EQ(Dev_Rdz_Ic_ClosePort(), 0);
+    EXPECT_EQ(m_peer->wire(), "1B 25 41 1B 24 49 34");
+}
+
 // ---- raising the speed --------------------------------------------------------------------------------------------
 
 TEST_F(ReaderOpen, TheRaiseSwitchesTheReaderReopensAndSwitchesAgain)
@@ -856,6 +917,17 @@ TEST_F(ReaderOpen, TheSpeedSwitchOnItsOwn)
     EXPECT_EQ(g_AuxFd, -2);
     EXPECT_EQ(COMM_Icc_CardReaderSynBps(nullptr, 0), -1);
     EXPECT_EQ(COMM_Icc_CardReaderSynBps(&param, 0), 1);
+}
+
+TEST_F(ReaderOpen, ASpeedSwitchThatCannotReopenClosesOnceMore)
+{
+    ASSERT_EQ(open(path()), 0);
+    TransPortParam param = g_sParam.stParam;
+    std::strcpy(param.szTermPath, "/nowhere/tty");
+    logOn();
+    EXPECT_EQ(COMM_Icc_CardReaderSynBps(&param, 0), -1);
+    EXPECT_TRUE(logged({"nDataLen = 4", "[COMM_Com_CloseLinux] Start ", "[COMM_Rdz_OpenReader]Start ",
+                        "[COMM_Rdz_OpenReader]End nRet = -3  ", "[COMM_Com_CloseLinux] Start "}));
 }
 
 TEST_F(ReaderOpen, TheEscapeOnItsOwn)

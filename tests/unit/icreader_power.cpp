@@ -3,7 +3,7 @@
 // The clock stands still, so that the time-out a call sets can be read from the state record after its last read.
 
 #include "fake_clock.h"
-#include "pty_peer.h"
+#include "open_reader.h"
 
 #include "qvreader/icreader.h"
 
@@ -17,19 +17,12 @@ namespace {
 const uint32_t s_nTimeOutAtLoad = g_nPowerOnTimeout;
 const uint32_t s_nModuleAtLoad = g_nPowerOnModule;
 
-class CardPower : public testing::Test {
+class CardPower : public OpenReader {
   protected:
     void SetUp() override
     {
-        m_nDescriptors = openDescriptors();
-        m_peer.emplace();
-        stBackUpParam = {};
-        stRDZ73xx = {};
-        gEndChar = 0x03;
-        g_bIcBaundFlag = 0;
-        ASSERT_EQ(Dev_Rdz_Ic_OpenPort(m_peer->path().c_str(), nullptr, 1, 0, 9600), 0);
+        OpenReader::SetUp();
         stCardReader.nCardSlot = 7;
-        g_nPowerOnTimeout = 0;
         g_nPowerOnModule = 9;
         m_clock.emplace(1000000);
         m_atr.assign(600, 0xC5);
@@ -38,23 +31,11 @@ class CardPower : public testing::Test {
     void TearDown() override
     {
         m_clock.reset();
-        m_peer->finish();
-        logOff();
-        Dev_Rdz_Ic_ClosePort();
-        COMM_Com_CloseLinux();
-        m_peer.reset();
-        EXPECT_EQ(openDescriptors(), m_nDescriptors);
-    }
-    // The next command must have these data; the reader answers with a status word and a body.
-    void answer(std::string_view sCommand, uint32_t nStatus, std::string_view sBody = "")
-    {
-        m_peer->expect(commandFrame(sCommand)).reply(replyFrame(nStatus, sBody));
+        OpenReader::TearDown();
     }
     std::string atr() const { return hex(std::span(m_atr).first(m_nAtr)); }
     int32_t byType(char c) { return Dev_Rdz_IccPowerOn(static_cast<uint8_t>(c), m_atr.data(), &m_nAtr); }
 
-    int m_nDescriptors = 0;
-    std::optional<PtyPeer> m_peer;
     std::optional<FakeClock> m_clock;
     Bytes m_atr;
     uint32_t m_nAtr = 0;

@@ -347,6 +347,17 @@ TEST_F(SendCommand, OnAnOpenPortAFailureIsTheStatusWordItself)
     EXPECT_GE(g_AuxFd, 0);
 }
 
+TEST_F(SendCommand, InAnotherReaderModeTheCommandIsRefusedWhateverStatusWordStands)
+{
+    open();
+    stCardReader.nReaderMode = 1;
+    stRDZ73xx.gStatus = 0x1003;
+    EXPECT_EQ(sendOnly("1", "00 84 00 00 08"), -50);
+    EXPECT_EQ(m_nOut, 0U);
+    EXPECT_EQ(m_peer->wire(), "");
+    stCardReader.nReaderMode = 0;
+}
+
 TEST_F(SendCommand, TheTimeLeftIsNotRenewedOnAnOpenPort)
 {
     open();
@@ -513,6 +524,21 @@ TEST_F(SendCommand, ARawCommandOnAnOpenPortWithoutReply)
     EXPECT_EQ(m_out[512], 0xC5);
     EXPECT_EQ(onlyDirect(hex(Bytes(1025, 0x31)), 4), -54);
     EXPECT_EQ(m_nOut, 4U);
+}
+
+int32_t completeAtOnce(const uint8_t *, int32_t)
+{
+    return 0;
+}
+
+TEST_F(SendCommand, ARawCommandThatIsAnsweredByNothingLeavesTheLength)
+{
+    open();
+    COMM_Rdz_SetEndCondition(completeAtOnce);
+    m_peer->expect("31");
+    EXPECT_EQ(onlyDirect("31", 9), 0);
+    EXPECT_EQ(m_nOut, 9U);
+    EXPECT_EQ(m_out, Bytes(1100, 0xC5));
 }
 
 TEST_F(SendCommand, ARawCommandIsLogged)

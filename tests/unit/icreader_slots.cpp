@@ -1,7 +1,7 @@
 // Which card is where: the reader's own detection, the status of one slot, the slot scan.
 
 #include "fake_clock.h"
-#include "pty_peer.h"
+#include "open_reader.h"
 
 #include "qvreader/icreader.h"
 
@@ -11,33 +11,12 @@ using namespace qvtest;
 
 namespace {
 
-class Slots : public testing::Test {
+class Slots : public OpenReader {
   protected:
     void SetUp() override
     {
-        m_nDescriptors = openDescriptors();
-        m_peer.emplace();
-        stBackUpParam = {};
-        stRDZ73xx = {};
-        gEndChar = 0x03;
-        ASSERT_EQ(Dev_Rdz_Ic_OpenPort(m_peer->path().c_str(), nullptr, 1, 0, 9600), 0);
-        COMM_Rdz_ChageReadTimeOut(60);
+        OpenReader::SetUp();
         stCardReader.nCardSlot = 7;
-        g_nPowerOnTimeout = 0;
-    }
-    void TearDown() override
-    {
-        m_peer->finish();
-        logOff();
-        stCardReader.nReaderMode = 0;
-        Dev_Rdz_Ic_ClosePort();
-        COMM_Com_CloseLinux();
-        m_peer.reset();
-        EXPECT_EQ(openDescriptors(), m_nDescriptors);
-    }
-    void answer(std::string_view sCommand, uint32_t nStatus, std::string_view sBody = "")
-    {
-        m_peer->expect(commandFrame(sCommand)).reply(replyFrame(nStatus, sBody));
     }
     int32_t scan(char cMode)
     {
@@ -45,8 +24,6 @@ class Slots : public testing::Test {
         return DealCardSlot(static_cast<uint8_t>(cMode), &m_nSlot);
     }
 
-    int m_nDescriptors = 0;
-    std::optional<PtyPeer> m_peer;
     int32_t m_nSlot = 0;
 };
 

@@ -255,6 +255,15 @@ TEST_F(Exchange, AReaderCommandIsSentAsItIs)
     EXPECT_EQ(m_peer->wire(), "1B 25 49 34");
 }
 
+TEST_F(Exchange, AReaderCommandHolds1024Bytes)
+{
+    const Bytes data(1025, 0x55);
+    EXPECT_EQ(COMM_Rdz_ReaderCmd(data.data(), 1025), -1);
+    EXPECT_EQ(m_peer->wire(), "");
+    EXPECT_EQ(COMM_Rdz_ReaderCmd(data.data(), 1024), 0);
+    EXPECT_EQ(m_peer->wire(), hex(Bytes(1024, 0x55)));
+}
+
 // ---- reading ------------------------------------------------------------------------------------------------------
 
 TEST_F(Exchange, AFramedReplyIsParsed)

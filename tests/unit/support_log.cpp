@@ -11,17 +11,39 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
+#include <cstdarg>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <set>
 #include <string>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
 
 namespace fs = std::filesystem;
 using namespace qvtest;
+
+namespace {
+
+// The flags of what is opened while it is looked at, by path.
+bool s_bLookAtOpens = false;
+std::vector<std::pair<std::string, int>> s_opens;
+
+} // namespace
+
+extern "C" [[gnu::visibility("default")]] int open(const char *pszPath, int nFlags, ...)
+{
+    va_list args;
+    va_start(args, nFlags);
+    int nMode = (nFlags & O_CREAT) != 0 ? va_arg(args, int) : 0;
+    va_end(args);
+    if (s_bLookAtOpens)
+        s_opens.emplace_back(pszPath, nFlags);
+    return static_cast<int>(syscall(SYS_openat, AT_FDCWD, pszPath, nFlags, nMode));
+}
 
 namespace {
 
@@ -656,6 +678,33 @@ TEST_F(Log, TimeStampIsLocalMonthDayTimeAndMilliseconds)
 }
 
 // ---- the file -------------------------------------------------------------------------------------------------------
+
+TEST_F(Log, NewFileHasTheModeThatTheUmaskLeaves)
+{
+    for (mode_t nMask : {mode_t{0}, mode_t{022}, mode_t{077}}) {
+        logOn();
+        umask(nMask);
+        DPrintLogToFile("t");
+        EXPECT_EQ(modeOf(libraryDirectory() + "/test.log"), 0666U & ~nMask) << "umask " << nMask;
+    }
+}
+
+TEST_F(Log, EveryLineLooksIntoTheIniOnceAndOpensTheFileOnceBothCloseOnExec)
+{
+    s_opens.clear();
+    s_bLookAtOpens = true;
+    callAllWriters();
+    s_bLookAtOpens = false;
+    ASSERT_EQ(s_opens.size(), 8U);
+    for (size_t n = 0; n < s_opens.size(); n += 2) {
+        EXPECT_EQ(s_opens[n].first, libraryDirectory() + "/QVConfig.ini");
+        EXPECT_EQ(s_opens[n].second & O_ACCMODE, O_RDONLY);
+        EXPECT_EQ(s_opens[n + 1].first, libraryDirectory() + "/test.log");
+        EXPECT_EQ(s_opens[n + 1].second & (O_ACCMODE | O_APPEND | O_CREAT | O_TRUNC), O_WRONLY | O_APPEND | O_CREAT);
+    }
+    for (const auto &[sPath, nFlags] : s_opens)
+        EXPECT_NE(nFlags & O_CLOEXEC, 0) << sPath;
+}
 
 TEST_F(Log, WithoutAFileNameLinesGoToTheFallbackFile)
 {

@@ -199,6 +199,21 @@ TEST_F(Retention, PurgeLinesAreTypedPublicWithDoubledLineEnds)
                             "\r\n\r\n");
 }
 
+TEST_F(Retention, LinesOfAnInvalidFileAndOfAMissingDirectoryAreTypedPublicToo)
+{
+    m_clock.set(localSeconds(2026, 11, 20, 6, 7, 8), 9);
+    put("stray");
+    logOn();
+    DelOutTimeLogFile();
+    const std::string sHead = "  11-20 06:07:08(009)  INFO:    Public:  ";
+    EXPECT_EQ(rawLog(), sHead + "3\r\n\r\n" + sHead + "file:stray\r\n\r\n" + sHead +
+                            "del Invalid FILE:" + path("stray") + "\r\n\r\n");
+    fs::remove_all(m_sDir);
+    logOn();
+    DelOutTimeLogFile();
+    EXPECT_EQ(rawLog(), sHead + "_findfirst ERR\r\n\r\n");
+}
+
 // ---- names ---------------------------------------------------------------------------------------------------------
 
 TEST_F(Retention, FirstNameThatIsNoLogFileIsInvalid)

@@ -197,6 +197,7 @@ TEST_F(Text, SplitDataLogsInputAndOutput)
     EXPECT_EQ(Str_GetSplitData("abc|def", "|", sOut.data()), 0);
     EXPECT_EQ(logTexts(), (Texts{"[Str_GetSplitData] Start szInPut = abc|def sPlit = | ", "OutBuf = abc nLen = 3"}));
     EXPECT_NE(rawLog().find("INFO:    Public:  [Str_GetSplitData] Start"), std::string::npos);
+    EXPECT_NE(rawLog().find("INFO:    Public:  OutBuf = abc nLen = 3\r\n"), std::string::npos);
 
     logOn();
     EXPECT_EQ(Str_GetSplitData("abc", "|", sOut.data()), -2);
@@ -403,6 +404,7 @@ TEST_F(Text, TagValueLogsStartAlwaysAndEndOnSuccess)
     EXPECT_EQ(Str_GetTagValueApp("A", 1, "A001x", 5, sOut.data(), &nLen), 0);
     EXPECT_EQ(logTexts(), (Texts{"[Str_GetTagValueApp] Start ", "[Str_GetTagValueApp] End   "}));
     EXPECT_NE(rawLog().find("INFO:    Public:  [Str_GetTagValueApp] Start \r\n"), std::string::npos);
+    EXPECT_NE(rawLog().find("INFO:    Public:  [Str_GetTagValueApp] End   \r\n"), std::string::npos);
 
     logOn();
     EXPECT_EQ(Str_GetTagValueApp("B", 1, "A001x", 5, sOut.data(), &nLen), -1);

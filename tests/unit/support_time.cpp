@@ -19,7 +19,8 @@ using namespace qvtest;
 
 namespace {
 
-std::vector<unsigned> s_slept; // what the library asked sleep() for
+std::vector<unsigned> s_slept;    // what the library asked sleep() for
+std::vector<unsigned> s_leftOver; // what its next calls have left when a signal comes, last one first
 
 } // namespace
 
@@ -27,7 +28,11 @@ std::vector<unsigned> s_slept; // what the library asked sleep() for
 extern "C" [[gnu::visibility("default")]] unsigned sleep(unsigned nSeconds)
 {
     s_slept.push_back(nSeconds);
-    return 0;
+    if (s_leftOver.empty())
+        return 0;
+    const unsigned nLeft = s_leftOver.back();
+    s_leftOver.pop_back();
+    return nLeft;
 }
 
 namespace {
@@ -146,6 +151,7 @@ TEST_F(Time, LocalTimeLogsStartAndResult)
     EXPECT_EQ(logTexts(),
               (Texts{"[Time_GetLocalTime] Start ", "[Time_GetLocalTime] End szTime = 24-03-05-06-07-08-009 "}));
     EXPECT_NE(rawLog().find("INFO:    Public:  [Time_GetLocalTime] Start \r\n"), std::string::npos);
+    EXPECT_NE(rawLog().find("INFO:    Public:  [Time_GetLocalTime] End szTime = "), std::string::npos);
 }
 
 TEST_F(Time, TransDateAndTimeCopySixCharactersWithoutNul)
@@ -284,9 +290,11 @@ TEST_F(Time, StampsAreLogged)
     logOn();
     GetTickCountEndTime();
     EXPECT_EQ(logTexts(), Texts{"g_stEndTime= 1700000001000"});
+    EXPECT_NE(rawLog().find("INFO:    Public:  g_stEndTime= "), std::string::npos);
     logOn();
     GetTickCountTimeOut();
     EXPECT_EQ(logTexts(), Texts{"877 "});
+    EXPECT_NE(rawLog().find("INFO:    Public:  877 \r\n"), std::string::npos);
     g_stStartTime = g_stEndTime + 5;
     logOn();
     GetTickCountTimeOut();
@@ -318,6 +326,14 @@ TEST_F(Time, SleepBelow200OrNegativeReturnsAtOnce)
         GeneralSleep(n);
     for (unsigned n : s_slept)
         EXPECT_EQ(n, 0U);
+}
+
+TEST_F(Time, SignalDoesNotCutASleepShort)
+{
+    s_slept.clear();
+    s_leftOver = {2, 3};
+    GeneralSleep(1000);
+    EXPECT_EQ(s_slept, (std::vector<unsigned>{5, 3, 2}));
 }
 
 // ---- fillers -------------------------------------------------------------------------------------------------------------------

@@ -211,6 +211,35 @@ TEST_P(Dispatcher, AnAuxPortNumberBelowOneMeansThePathOfTheRecord)
     }
 }
 
+TEST_P(Dispatcher, AnAuxPortNumberFromOneOnDoesNotOpenThePathOfTheRecord)
+{
+    for (int32_t nAuxPort : {1, 2, INT32_MAX}) {
+        SCOPED_TRACE(nAuxPort);
+        stBackUpParam = {11, never, 7, 4, -3};
+        TransPortParam param = record();
+        param.nAuxPort = nAuxPort;
+        EXPECT_EQ(layer().open(&param), -1);
+        EXPECT_EQ(g_AuxFd, -2);
+        expectState(stBackUpParam, 11, never, 7, 4, -3);
+    }
+}
+
+TEST_P(Dispatcher, AnAuxModeFromOneOnWritesNothingUnwrapped)
+{
+    open();
+    for (int32_t nAuxMode : {1, 2, INT32_MAX}) {
+        SCOPED_TRACE(nAuxMode);
+        stBackUpParam.nAuxMode = nAuxMode;
+        EXPECT_EQ(layer().write(textBytes("1").data(), 1), -1);
+    }
+    EXPECT_EQ(m_peer->wire(), "");
+    // It reads like the plain port.
+    m_peer->send("41 03");
+    uint8_t in[4];
+    EXPECT_EQ(layer().read(in, 4), 2);
+    EXPECT_EQ(hex(in, 2), "41 03");
+}
+
 TEST_P(Dispatcher, ANullEndConditionInTheRecordIsInstalledAsNone)
 {
     stBackUpParam.pfnEndCondition = never;
@@ -456,6 +485,48 @@ TEST_P(DispatcherLog, AnOpenIsLoggedWithItsResult)
     std::strcpy(param.szTermPath, "/nowhere/tty");
     EXPECT_EQ(layer().open(&param), -3);
     EXPECT_TRUE(logged({"ICC_OpenLinuxTransPort", "【COMM_Dev_OpenTransPort】 End = -3  "}));
+}
+
+TEST_P(DispatcherLog, EveryLineIsTypedAndTheReadsDumpIsNot)
+{
+    FakeClock clock(1000);
+    const std::string sHead = std::string("  ") + GetLogTime() + "  INFO:    CommDev:  ";
+    logOn();
+    open();
+    std::string sLog = rawLog();
+    EXPECT_TRUE(sLog.starts_with(sHead + "【COMM_Dev_OpenTransPort】 Start \r\n" + sHead +
+                                 "ICC_OpenLinuxTransPort\r\n\r\n" + sHead + "[COMM_Com_OpenLinux ] Start \r\n"))
+        << sLog;
+    EXPECT_TRUE(sLog.ends_with("\r\n" + sHead + "【COMM_Dev_OpenTransPort】 End = 0  \r\n")) << sLog;
+
+    logOn();
+    EXPECT_EQ(layer().write(textBytes("1").data(), 1), 1);
+    sLog = rawLog();
+    EXPECT_TRUE(sLog.starts_with(sHead + "[ICC_WriteDataToLinuxTransPort] Start \r\n" + sHead +
+                                 "[COMM_Com_WriteLinux] Start \r\n"))
+        << sLog;
+
+    m_peer->send("41 03");
+    waitUnread(2);
+    logOn();
+    uint8_t in[4];
+    EXPECT_EQ(layer().read(in, 4), 2);
+    sLog = rawLog();
+    EXPECT_TRUE(sLog.starts_with(sHead + "[COMM_Dev_Linux_ReadDataFromTransPort] Start \r\n" + sHead +
+                                 "[COMM_Com_ReadLinux ] Start  \r\n"))
+        << sLog;
+    EXPECT_TRUE(
+        sLog.ends_with("End nRetVal = 2 \r\n " + std::string(GetLogTime()) + "  PACKGET READ  LEN=2   HEX: 4103\r\n"))
+        << sLog;
+    EXPECT_EQ(m_peer->wire(), "31");
+}
+
+TEST_P(DispatcherLog, ANullRecordIsLoggedLikeAnyOther)
+{
+    logOn();
+    EXPECT_EQ(layer().open(nullptr), -2);
+    EXPECT_THAT(logTexts(), ElementsAre("【COMM_Dev_OpenTransPort】 Start ", "ICC_OpenLinuxTransPort",
+                                        "【COMM_Dev_OpenTransPort】 End = -2  "));
 }
 
 TEST_P(DispatcherLog, AUsbOpenWithoutThatDeviceFailsAndLeavesTheStateRecord)

@@ -16,6 +16,8 @@
 #include <functional>
 #include <grp.h>
 #include <optional>
+#include <regex>
+#include <string_view>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -42,10 +44,54 @@ unsigned long s_nRefused = 0;
 // What was flushed, as far as it was the library's port.
 std::vector<int> s_flushes;
 
+// What was asked of the library's port: its flushes and its settings, in order.
+std::vector<std::string> s_requests;
+
+// How and when the peer's tty was last opened, and when the first flush came after that.
+const char *s_pszPeer = nullptr;
+int s_nOpenFlags = 0;
+double s_nOpenedAt = 0;
+double s_nFlushedAt = 0;
+
+// The log as it stood when the library's port was last written to.
+bool s_bLookAtLog = false;
+std::string s_sLogAtWrite;
+
+double seconds();
+
+// How often the switch of the log was looked up.
+size_t s_nLooks = 0;
+
+// The descriptor whose close a signal interrupts, -1: none; and how often it was closed.
+int s_nInterruptedClose = -1;
+int s_nCloses = 0;
+
+// The speed that the library's port takes whatever it is told, 0: it obeys.
+unsigned short s_nStubbornSpeed = 0;
+
 } // namespace
+
+extern "C" [[gnu::visibility("default")]] int open(const char *pszPath, int nFlags, ...)
+{
+    va_list args;
+    va_start(args, nFlags);
+    int nMode = (nFlags & O_CREAT) != 0 ? va_arg(args, int) : 0;
+    va_end(args);
+    int nFd = static_cast<int>(syscall(SYS_openat, AT_FDCWD, pszPath, nFlags, nMode));
+    if (std::string_view(pszPath).ends_with("/QVConfig.ini"))
+        ++s_nLooks;
+    if (s_pszPeer != nullptr && std::strcmp(pszPath, s_pszPeer) == 0) {
+        s_nOpenFlags = nFlags;
+        s_nOpenedAt = seconds();
+        s_nFlushedAt = 0;
+    }
+    return nFd;
+}
 
 extern "C" [[gnu::visibility("default")]] ssize_t write(int nFd, const void *pData, size_t nLen)
 {
+    if (nFd == g_AuxFd && s_bLookAtLog)
+        s_sLogAtWrite = rawLog();
     if (nFd == g_AuxFd && s_nWrites < s_writes.size()) {
         int nRow = s_writes[s_nWrites++];
         if (nRow < 0) {
@@ -59,10 +105,24 @@ extern "C" [[gnu::visibility("default")]] ssize_t write(int nFd, const void *pDa
     return syscall(SYS_write, nFd, pData, nLen);
 }
 
+extern "C" [[gnu::visibility("default")]] int close(int nFd)
+{
+    int nResult = static_cast<int>(syscall(SYS_close, nFd));
+    if (nFd != s_nInterruptedClose)
+        return nResult;
+    ++s_nCloses;
+    errno = EINTR;
+    return -1;
+}
+
 extern "C" [[gnu::visibility("default")]] int tcflush(int nFd, int nSelector) noexcept
 {
-    if (nFd == g_AuxFd)
+    if (nFd == g_AuxFd) {
         s_flushes.push_back(nSelector);
+        s_requests.push_back("flush " + std::to_string(nSelector));
+        if (s_nFlushedAt == 0)
+            s_nFlushedAt = seconds();
+    }
     return static_cast<int>(syscall(SYS_ioctl, nFd, TCFLSH, nSelector));
 }
 
@@ -72,9 +132,17 @@ extern "C" [[gnu::visibility("default")]] int ioctl(int nFd, unsigned long nRequ
     va_start(args, nRequest);
     void *pArg = va_arg(args, void *);
     va_end(args);
+    if (nFd == g_AuxFd && (nRequest == TCGETA || nRequest == TCSETAF))
+        s_requests.push_back(nRequest == TCGETA ? "TCGETA" : "TCSETAF");
     if (nRequest == s_nRefused && nFd == g_AuxFd) {
         errno = EIO;
         return -1;
+    }
+    struct termio stubborn {};
+    if (s_nStubbornSpeed != 0 && nRequest == TCSETAF && nFd == g_AuxFd) {
+        stubborn = *static_cast<const struct termio *>(pArg);
+        stubborn.c_cflag = static_cast<unsigned short>((stubborn.c_cflag & ~CBAUD) | s_nStubbornSpeed);
+        pArg = &stubborn;
     }
     return static_cast<int>(syscall(SYS_ioctl, nFd, nRequest, pArg));
 }
@@ -90,6 +158,8 @@ class Serial : public testing::Test {
         s_writes.clear();
         s_nWrites = 0;
         s_flushes.clear();
+        s_requests.clear();
+        s_pszPeer = path();
         m_nSecond = ::open(m_peer->path().c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC);
         ASSERT_GE(m_nSecond, 0);
     }
@@ -98,8 +168,12 @@ class Serial : public testing::Test {
         logOff();
         s_nRefused = 0;
         s_writes.clear();
+        s_bLookAtLog = false;
+        s_nInterruptedClose = -1;
+        s_nStubbornSpeed = 0;
         COMM_Com_CloseLinux();
         ::close(m_nSecond);
+        s_pszPeer = nullptr;
         m_peer.reset();
         EXPECT_EQ(openDescriptors(), m_nDescriptors);
     }
@@ -143,6 +217,19 @@ class Serial : public testing::Test {
     int m_nSecond = -1;
     std::optional<PtyPeer> m_peer;
 };
+
+// The log since logOn() with every time stamp written as "T".
+std::string logWithoutTime()
+{
+    static const std::regex time(R"(\d\d-\d\d \d\d:\d\d:\d\d\(\d{3}\))");
+    return std::regex_replace(rawLog(), time, "T");
+}
+
+// A line of this layer as the file shows it.
+std::string line(const std::string &sText)
+{
+    return "  T  INFO:    CommDev:  " + sText + "\r\n";
+}
 
 // Runs body in a child process; the exit code of the child is what body returns.
 int inChild(const std::function<int()> &body)
@@ -272,6 +359,22 @@ TEST_F(Serial, AnOpenFlushesInputThenOutputThenBoth)
     EXPECT_THAT(s_flushes, ElementsAre(TCIFLUSH, TCOFLUSH, TCIOFLUSH));
 }
 
+TEST_F(Serial, ThePathIsOpenedWithNoFurtherFlagsAndFlushedAMillisecondLater)
+{
+    ASSERT_EQ(COMM_Com_OpenLinux(path(), 9600), 0);
+    EXPECT_EQ(s_nOpenFlags, O_RDWR);
+    EXPECT_GE(s_nFlushedAt - s_nOpenedAt, 0.001);
+}
+
+TEST_F(Serial, TheFlushesComeBeforeTheSettingsAndACloseOnlyRestores)
+{
+    ASSERT_EQ(COMM_Com_OpenLinux(path(), 9600), 0);
+    EXPECT_THAT(s_requests, ElementsAre("flush 0", "flush 1", "flush 2", "TCGETA", "TCSETAF"));
+    s_requests.clear();
+    EXPECT_EQ(COMM_Com_CloseLinux(), 0);
+    EXPECT_THAT(s_requests, ElementsAre("TCSETAF"));
+}
+
 TEST_F(Serial, BytesThatCameBeforeTheOpenAreGone)
 {
     m_peer->send("41 42 43");
@@ -303,6 +406,48 @@ TEST_F(Serial, AnOpenIsLogged)
     EXPECT_EQ(COMM_Com_OpenLinux("/dev/null", 9600), -1);
     EXPECT_TRUE(logged({"open linux com success!", "open linux com success!"}));
     EXPECT_FALSE(logged({"set linux com success!"}));
+}
+
+TEST_F(Serial, TheLinesOfAnOpenAndACloseAreTypedAndKeepTheirLineEnds)
+{
+    logOn();
+    ASSERT_EQ(COMM_Com_OpenLinux(path(), 9600), 0);
+    const std::string sFd = std::to_string(g_AuxFd);
+    EXPECT_EQ(logWithoutTime(),
+              line("[COMM_Com_OpenLinux ] Start ") + line(" szTtyName = " + m_peer->path() + " nBaud = 9600  ") +
+                  line("[ open g_AuxFd = " + sFd + " ] Start  ") + line("open linux com success!\r\n") +
+                  line("open linux com success!\r\n") + line("set linux com success!\r\n"));
+    logOn();
+    EXPECT_EQ(COMM_Com_CloseLinux(), 0);
+    EXPECT_EQ(logWithoutTime(), line("[COMM_Com_CloseLinux] Start ") + line("[g_AuxFd = " + sFd + " ] Start  ") +
+                                    line("[1 g_AuxFd = -2 ] Start  "));
+    logOn();
+    EXPECT_EQ(COMM_Com_CloseLinux(), 0);
+    EXPECT_EQ(logWithoutTime(), line("[COMM_Com_CloseLinux] Start ") + line("[g_AuxFd = -2 ] Start  "));
+}
+
+TEST_F(Serial, EveryLineOfAFailureIsTyped)
+{
+    auto expectTyped = [] {
+        const std::string sLog = logWithoutTime();
+        const std::string sHead = "  T  INFO:    CommDev:  ";
+        size_t nTyped = 0;
+        for (size_t n = sLog.find(sHead); n != std::string::npos; n = sLog.find(sHead, n + 1))
+            ++nTyped;
+        EXPECT_GT(nTyped, 0U);
+        EXPECT_EQ(nTyped, logTexts().size()) << sLog;
+    };
+    logOn();
+    EXPECT_EQ(COMM_Com_OpenLinux("/nowhere/tty", 9600), -3);
+    expectTyped();
+    logOn();
+    EXPECT_EQ(COMM_Com_OpenLinux("/dev/null", 9600), -1);
+    expectTyped();
+    ASSERT_EQ(COMM_Com_OpenLinux(path(), 9600), 0);
+    logOn();
+    s_writes = {-EIO};
+    EXPECT_EQ(QV_SendDataToTransPort("x", 1), 0);
+    expectTyped();
 }
 
 TEST_F(Serial, OpeningAgainForgetsTheOldDescriptor)
@@ -357,6 +502,20 @@ TEST_F(Serial, EachRateOfTheTableIsSetAndEveryOtherIs9600)
         now = settings();
         EXPECT_EQ(cfgetospeed(&now), static_cast<speed_t>(B1200));
     }
+}
+
+TEST_F(Serial, ADriverThatKeepsItsOldSpeedIsLoggedAndTheOpenSucceeds)
+{
+    s_nStubbornSpeed = B1200;
+    logOn();
+    EXPECT_EQ(COMM_Com_OpenLinux(path(), 1200), 0);
+    const size_t nObedient = logTexts().size();
+    EXPECT_EQ(COMM_Com_CloseLinux(), 0);
+    logOn();
+    EXPECT_EQ(COMM_Com_OpenLinux(path(), 115200), 0);
+    EXPECT_EQ(logTexts().size(), nObedient + 1);
+    EXPECT_NE(rawLog().find("115200 baud\r\n"), std::string::npos);
+    EXPECT_TRUE(logged({"set linux com success!"}));
 }
 
 TEST_F(Serial, ThePortIsRawAndKeepsTheRestOfTheLocalModes)
@@ -600,6 +759,55 @@ TEST_F(Serial, AWriteIsLoggedByteByByte)
                 "31", "0f", "7a", "WriteBlock  fd = " + sFd + " ", "WriteBlock  End "}));
 }
 
+TEST_F(Serial, TheLogOfAWriteNamesEachBlockAndIsTyped)
+{
+    ASSERT_EQ(COMM_Com_OpenLinux(path(), 9600), 0);
+    const std::string sFd = std::to_string(g_AuxFd);
+    const std::string sHead = line("[COMM_Com_WriteLinux] Start ") + line(" g_AuxFd = " + sFd + " ") +
+                              line(" pInData = z\xFA ") + line(" nLen = 2 ") + line("COMM_Com_WriteLinux nLen = 2 ") +
+                              line("7a") + line("fa");
+    const std::string sBlock = line("WriteBlock  fd = " + sFd + " ");
+    const std::string sBlockEnd = line("WriteBlock  End ");
+    logOn();
+    s_writes = {1};
+    EXPECT_EQ(COMM_Com_WriteLinux(textBytes("z\xFA").data(), 2), 2);
+    EXPECT_EQ(logWithoutTime(), sHead + sBlock + sBlockEnd + sBlock + sBlockEnd);
+    EXPECT_EQ(m_peer->wire(), "7A FA");
+}
+
+TEST_F(Serial, ARefusedWriteIsLoggedUpToItsLength)
+{
+    logOn();
+    EXPECT_EQ(COMM_Com_WriteLinux(nullptr, -7), -2);
+    EXPECT_TRUE(logWithoutTime().starts_with(line("[COMM_Com_WriteLinux] Start ") + line(" g_AuxFd = -2 ") +
+                                             line(" pInData =  ") + line(" nLen = -7 ")))
+        << logWithoutTime();
+    EXPECT_EQ(rawLog().find("COMM_Com_WriteLinux nLen"), std::string::npos);
+    EXPECT_EQ(rawLog().find("WriteBlock"), std::string::npos);
+}
+
+TEST_F(Serial, TheLinesOfABlockStandBeforeAndBehindItsOneWrite)
+{
+    ASSERT_EQ(COMM_Com_OpenLinux(path(), 9600), 0);
+    logOn();
+    s_bLookAtLog = true;
+    EXPECT_EQ(WriteBlock(g_AuxFd, textBytes("x").data(), 1), 1);
+    EXPECT_NE(s_sLogAtWrite.find("WriteBlock  fd = "), std::string::npos);
+    EXPECT_EQ(s_sLogAtWrite.find("WriteBlock  End "), std::string::npos);
+    EXPECT_NE(rawLog().find("WriteBlock  End "), std::string::npos);
+    EXPECT_EQ(m_peer->wire(), "78");
+}
+
+TEST_F(Serial, EachLineOfAWriteLooksAtTheSwitchAnew)
+{
+    ASSERT_EQ(COMM_Com_OpenLinux(path(), 9600), 0);
+    logOn();
+    s_nLooks = 0;
+    EXPECT_EQ(COMM_Com_WriteLinux(Bytes(40, 0x61).data(), 40), 40);
+    EXPECT_GE(s_nLooks, logTexts().size());
+    EXPECT_GE(logTexts().size(), 40U);
+}
+
 TEST_F(Serial, ALogOfAWriteStopsAtTheFirstZeroByte)
 {
     ASSERT_EQ(COMM_Com_OpenLinux(path(), 9600), 0);
@@ -648,6 +856,17 @@ TEST_F(Serial, AClosedPortIsForgotten)
     EXPECT_EQ(g_AuxFd, -2);
     EXPECT_EQ(fcntl(nFd, F_GETFD), -1);
     EXPECT_EQ(COMM_Com_CloseLinux(), 0);
+}
+
+TEST_F(Serial, AnInterruptedCloseIsNotRepeated)
+{
+    ASSERT_EQ(COMM_Com_OpenLinux(path(), 9600), 0);
+    s_nCloses = 0;
+    s_nInterruptedClose = g_AuxFd;
+    EXPECT_EQ(COMM_Com_CloseLinux(), 0);
+    s_nInterruptedClose = -1;
+    EXPECT_EQ(s_nCloses, 1);
+    EXPECT_EQ(g_AuxFd, -2);
 }
 
 TEST_F(Serial, ACloseWithoutAnOpenTouchesNothing)
@@ -735,6 +954,16 @@ TEST_F(Serial, APortThatTakesNothingLosesItsOutput)
     EXPECT_THAT(s_flushes, ElementsAre(TCOFLUSH));
     ASSERT_EQ(tcflow(m_nSecond, TCOON), 0);
     EXPECT_EQ(m_peer->wire(), "");
+}
+
+TEST_F(Serial, SingleShotsLogOneTypedLineWithItsOwnLineFeed)
+{
+    Pipe pipe;
+    uint8_t in[2];
+    logOn();
+    EXPECT_EQ(WriteUnBlock(pipe.in(), textBytes("x").data(), 1), 1);
+    EXPECT_EQ(ReadUnBlock(pipe.out(), in, 2), 1);
+    EXPECT_EQ(logWithoutTime(), line("WriteUnblock\n") + line("ReadUnblock\n"));
 }
 
 TEST_F(Serial, AReadyDescriptorIsWrittenOnce)

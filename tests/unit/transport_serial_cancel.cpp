@@ -233,6 +233,17 @@ TEST_F(SerialCancel, ACancelIsLogged)
     logOn();
     EXPECT_EQ(COMM_Rdz_Cancel(), 0);
     EXPECT_TRUE(logged({"[COMM_Rdz_Cancel] Start ", "[COMM_Com_CancelLinuxRead] Start "}));
+    EXPECT_NE(rawLog().find("INFO:    CommDev:  [COMM_Com_CancelLinuxRead] Start \r\n"), std::string::npos);
+}
+
+TEST_F(SerialCancel, ARefusedCancelIsLoggedAsWell)
+{
+    int32_t nFd = g_AuxFd;
+    g_AuxFd = 0;
+    logOn();
+    EXPECT_EQ(COMM_Com_CancelLinuxRead(), -57);
+    EXPECT_EQ(logTexts(), std::vector<std::string>{"[COMM_Com_CancelLinuxRead] Start "});
+    g_AuxFd = nFd;
 }
 
 } // namespace

@@ -15,6 +15,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <optional>
+#include <regex>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -373,6 +374,50 @@ TEST_F(SerialRead, AReadIsLoggedPassByPass)
                         "szRecvBuf  LEN=0   HEX: ", "get empty data", "szRecvBuf  LEN=2   HEX: 02AB",
                         "szRecvBuf  LEN=2   HEX: 02AB", "2", "ab", "3", "[COMM_Com_ReadLinux ] End nRetVal = 3 "}));
     EXPECT_FALSE(logged({" Param err"}));
+}
+
+// The log since logOn() with every time stamp written as "T".
+std::string logWithoutTime()
+{
+    static const std::regex time(R"(\d\d-\d\d \d\d:\d\d:\d\d\(\d{3}\))");
+    return std::regex_replace(rawLog(), time, "T");
+}
+
+// A line of this layer, and a dump, as the file shows them.
+std::string line(const std::string &sText)
+{
+    return "  T  INFO:    CommDev:  " + sText + "\r\n";
+}
+std::string dump(const std::string &sText)
+{
+    return " T  " + sText + "\r\n";
+}
+
+TEST_F(SerialRead, TheLinesOfAReadAreTypedAndItsDumpsAreNot)
+{
+    const std::string sFd = std::to_string(g_AuxFd);
+    logOn();
+    EXPECT_EQ(readOver({s_idle, brings("02 AB"), s_idle, brings("0F")}, 4), 3);
+    EXPECT_EQ(logWithoutTime(),
+              line("[COMM_Com_ReadLinux ] Start  ") + line(" g_AuxFd = " + sFd + " nTimeOut = 30 nMaxLen = 60 ") +
+                  line("get empty data") + dump("szRecvBuf  LEN=0   HEX: ") + dump("szRecvBuf  LEN=0   HEX: ") +
+                  line("get empty data") + dump("szRecvBuf  LEN=2   HEX: 02AB") + dump("szRecvBuf  LEN=2   HEX: 02AB") +
+                  line("2") + line("ab") + line("f") + line("[COMM_Com_ReadLinux ] End nRetVal = 3 "));
+}
+
+TEST_F(SerialRead, TheLinesOfAFailedAndOfARefusedReadAreTyped)
+{
+    const std::string sStart = line("[COMM_Com_ReadLinux ] Start  ");
+    const std::string sFd = std::to_string(g_AuxFd);
+    logOn();
+    EXPECT_EQ(readOver({{{}, EIO}}, 0), -55);
+    EXPECT_EQ(logWithoutTime(), sStart + line(" g_AuxFd = " + sFd + " nTimeOut = 30 nMaxLen = 60 ") +
+                                    line("[ReadBlock] Start  nTempLen = -1") +
+                                    line("[COMM_Com_ReadLinux ] End nRetVal = -55 "));
+    logOn();
+    EXPECT_EQ(COMM_Com_ReadLinux(nullptr, 7, -3, nullptr), -2);
+    EXPECT_EQ(logWithoutTime(), sStart + line(" g_AuxFd = " + sFd + " nTimeOut = -3 nMaxLen = 7 ") +
+                                    line(" Param err") + line("[RET_PUB_INVAL_PARAM]  "));
 }
 
 TEST_F(SerialRead, ALeadingZeroIsGoneFromTheLogOfItsPass)

@@ -193,6 +193,15 @@ TEST_F(SerialTimeOut, TheElapsedSecondsAreLogged)
     EXPECT_TRUE(logged({" Param err", "RET_PUB_TIMEOUT : [stEndTime - stStartTime ]  1001"}));
 }
 
+TEST_F(SerialTimeOut, TheLinesOfATimeOutAreTyped)
+{
+    logOn();
+    EXPECT_EQ(readFor(0, {1001}), -56);
+    EXPECT_NE(rawLog().find("INFO:    CommDev:   Param err\r\n"), std::string::npos);
+    EXPECT_NE(rawLog().find("INFO:    CommDev:  RET_PUB_TIMEOUT : [stEndTime - stStartTime ]  1001\r\n"),
+              std::string::npos);
+}
+
 TEST_F(SerialTimeOut, OneSecondOfTheTrueClockLastsOneToTwo)
 {
     m_clock.reset();
