@@ -1,5 +1,6 @@
 /*
- * icreader.h - the IC side of the reader: opening it, card power, APDU exchange with follow-up.
+ * icreader.h - the IC side of the reader: opening it, card power, APDU exchange with follow-up, card detection, LEDs,
+ * buzzer and device record.
  *
  * A host opens the reader (Dev_Rdz_Ic_OpenPort), powers a card, exchanges APDUs and closes; or it uses a call that
  * opens and closes by itself (Dev_Rdz_Ic_SendCommand).
@@ -266,6 +267,48 @@ QV_API int32_t COMM_Icc_CardReaderCheckSloct(int32_t nSlot) QV_NOEXCEPT;
  * 1 contactless card powered up; 2 contact card; 3 contact card with status 0x1004; 4 no contact card (mode "1");
  * 6, 7 contactless card not usable; -54, -55, -56 transport failures; -99 other. Changes the current slot. */
 QV_API int32_t DealCardSlot(uint8_t cMode, int32_t *slotOut) QV_NOEXCEPT;
+
+/* Status word of the last reply (COMM_Rdz_GetRecStatus); 0 in another reader mode. */
+QV_API int32_t COMM_Icc_CardReaderGetRecStatus(void) QV_NOEXCEPT;
+
+/* Waits until the reader has found a card of any kind. nTimeOut: seconds that the host waits; the reader itself gives
+ * up 2 seconds earlier. track2, track3: out, at least 512 bytes each, may be null; the texts of a magnetic card, each
+ * with a NUL, where the reader sends both (track 3 only when it is not empty), else untouched.
+ * kind: out, 1 contact, 2 contactless, 3 magnetic, 4 identity card.
+ * 0; -4 unknown kind, or null kind; -50 other reader mode; the exchange's codes. Changes the read time-out. */
+QV_API int32_t COMM_Icc_detectMulCard(int32_t nTimeOut, char *track2, char *track3, uint32_t *kind) QV_NOEXCEPT;
+
+/* The same for the card kinds that ucRequest asks for. */
+QV_API int32_t COMM_Icc_detectMulComCard(uint8_t ucRequest, int32_t nTimeOut, char *track2, char *track3,
+                                         uint32_t *kind) QV_NOEXCEPT;
+
+/* Opens the reader (a second time if that fails), scans the slots within 1 second a read, and closes it again.
+ * cardType: the mode of DealCardSlot in its first character. As DealCardSlot; -2 null port or cardType; -51 the port
+ * could not be opened, for whatever reason. */
+QV_API int32_t Dev_Rdz_Ic_DetectCard(uint32_t termType, const char *port, const uint8_t *boxPort, int32_t baud,
+                                     const uint8_t *cardType) QV_NOEXCEPT;
+
+/* Opens the reader, asks it for a sign of life and closes it again. 0 it answered; -54 not sent; -55 no answer, or none
+ * that is a frame; the codes of Dev_Rdz_Ic_OpenPort. */
+QV_API int32_t Dev_Rdz_Ic_ChkDevPresent(const char *port, const uint8_t *boxPort, int32_t baud) QV_NOEXCEPT;
+
+/* ---- reader peripherals: on an open port, within the time-out that is left ------------------------------------- */
+
+/* LEDs; what the bytes mean is the reader firmware's affair. 0; 1 (not negative) when the exchange failed; -50 other
+ * reader mode. */
+QV_API int32_t COMM_Icc_SetLEDStatus(uint8_t ucState) QV_NOEXCEPT;
+QV_API int32_t COMM_Icc_SetLEDStatusEx(uint8_t a, uint8_t b) QV_NOEXCEPT;
+
+/* Buzzer; what the numbers mean is the reader firmware's affair. d: 16 bits. 0; -1 no reply byte; -50 other reader
+ * mode. */
+QV_API int32_t COMM_Icc_SetBeepStatus(int32_t d, uint8_t n) QV_NOEXCEPT;
+
+/* Device record. out: out, at least 1024 bytes; its length is not told, so clear it first. 0; -1 no reply byte, or
+ * null; -50 other reader mode. */
+QV_API int32_t COMM_Icc_GetDeviceInfo(uint8_t *out) QV_NOEXCEPT;
+
+/* Resets the reader's card module; nothing is read. 0; -1 not sent. */
+QV_API int32_t COMM_IC_MulModuleReset(void) QV_NOEXCEPT;
 
 QV_END_DECLS
 

@@ -70,7 +70,7 @@ QV_API int32_t COMM_Rdz_ReadDataFromReader(uint32_t bParse, uint8_t cHead, uint8
 QV_API int32_t COMM_Rdz_SendAndReciveData(uint32_t bParse, uint8_t cHead, uint8_t cEnd, const uint8_t *send,
                                           uint32_t nSendLen, uint8_t *recv, uint32_t nMaxReciveBufLen) QV_NOEXCEPT;
 
-/* Sends len bytes as they are. 0; -1 when not all could be sent. */
+/* Sends len bytes, at most 1024, as they are. 0; -1 when not all could be sent. */
 QV_API int32_t COMM_Rdz_ReaderCmd(const uint8_t *data, uint32_t len) QV_NOEXCEPT;
 
 /* COMM_Dev_CancelRead. May be called from any thread. */

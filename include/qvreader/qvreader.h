@@ -16,6 +16,8 @@
 #ifndef QVREADER_QVREADER_H
 #define QVREADER_QVREADER_H
 
+#include "qvreader/devcall.h"
+#include "qvreader/icapp.h"
 #include "qvreader/icreader.h"
 #include "qvreader/protocol.h"
 #include "qvreader/support.h"

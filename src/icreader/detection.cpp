@@ -130,6 +130,11 @@ int32_t COMM_Icc_CardReaderCheckSloct(int32_t nSlot) noexcept
     return qv::isOtherReader() ? 0 : COMM_Icc_RdzCheckCardIsInSlot(nSlot);
 }
 
+int32_t COMM_Icc_CardReaderGetRecStatus(void) noexcept
+{
+    return qv::isOtherReader() ? 0 : static_cast<int32_t>(COMM_Rdz_GetRecStatus());
+}
+
 int32_t DealCardSlot(uint8_t cMode, int32_t *slotOut) noexcept
 {
     int32_t nUnused = 0;

@@ -4,6 +4,7 @@
 // apart and keeps the reader's status word. Nothing is retried here. A cancel goes down to the running read.
 
 #include "frame_limits.h"
+#include "last_read.h"
 #include "log.h"
 #include "qvreader/protocol.h"
 
@@ -18,6 +19,8 @@ RDZ73xx stRDZ73xx = {};
 uint8_t gEndChar = 0x03;
 
 namespace {
+
+int32_t s_nLastRead = 0;
 
 constexpr uint32_t nTypePcsc = 2; // readers of this type take commands without a frame
 
@@ -53,6 +56,15 @@ int32_t takeFramed(uint8_t cHead, uint8_t cEnd, const uint8_t *pPacket, int32_t 
 }
 
 } // namespace
+
+namespace qv {
+
+int32_t lastReadBytes() noexcept
+{
+    return s_nLastRead;
+}
+
+} // namespace qv
 
 int32_t COMM_Rdz_OpenReader(TransPortParam *pParam) noexcept
 {
@@ -92,6 +104,7 @@ int32_t COMM_Rdz_ReadDataFromReader(uint32_t bParse, uint8_t cHead, uint8_t cEnd
     COMM_Rdz_ReSetStatus();
     std::array<uint8_t, qv::nReplySize> packet;
     const int32_t nReadLen = COMM_Dev_ReadDataFromTransPort(packet.data(), packet.size());
+    s_nLastRead = nReadLen;
     QV_LOG(kLogCommDev, "==> nReadLen = %d ", nReadLen);
     if (nReadLen <= 0)
         return nReadLen;
@@ -125,7 +138,7 @@ int32_t COMM_Rdz_SendAndReciveData(uint32_t bParse, uint8_t cHead, uint8_t cEnd,
 
 int32_t COMM_Rdz_ReaderCmd(const uint8_t *data, uint32_t len) noexcept
 {
-    return writeAll(data, len) ? 0 : RET_PUB_FAIL;
+    return len <= qv::nFrameSize && writeAll(data, len) ? 0 : RET_PUB_FAIL;
 }
 
 int32_t COMM_Rdz_Cancel(void) noexcept
