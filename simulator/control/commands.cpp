@@ -54,6 +54,36 @@ Trouble setBaud(Bench &bench, const Words &arguments, Lines &)
     return bench.setBaud(*baud);
 }
 
+Trouble swipeCard(Bench &bench, const Words &arguments, Lines &)
+{
+    const auto track = [](std::string_view word) { return word == "-" ? std::string_view{} : word; };
+    return bench.swipe(track(arguments[0]), track(arguments[1]));
+}
+
+Trouble setIdentity(Bench &bench, const Words &arguments, Lines &)
+{
+    if (arguments[0] != "on" && arguments[0] != "off")
+        return "identity is on or off";
+    bench.setIdentityCard(arguments[0] == "on");
+    return std::nullopt;
+}
+
+Trouble setDevice(Bench &bench, const Words &arguments, Lines &)
+{
+    return bench.setDevice(arguments[0], arguments[1]);
+}
+
+Trouble setFault(Bench &bench, const Words &arguments, Lines &)
+{
+    return bench.setFault(arguments[0]);
+}
+
+Trouble showFaults(Bench &bench, const Words &, Lines &told)
+{
+    told = bench.describeFaults();
+    return std::nullopt;
+}
+
 Trouble showHelp(Bench &, const Words &, Lines &told)
 {
     told = commandHelp();
@@ -66,10 +96,15 @@ Trouble quit(Bench &bench, const Words &, Lines &)
     return std::nullopt;
 }
 
-constexpr std::array<Command, 6> kCommands{{
+constexpr std::array<Command, 11> kCommands{{
     {"insert", "SLOT CARD", 2, "puts a card in; CARD is script:FILE or vpcd:PORT", insertCard},
     {"remove", "SLOT", 1, "pulls the card out", removeCard},
-    {"state", "", 0, "line speed, switch box, cards, work in hand, counts", showState},
+    {"swipe", "TRACK2 TRACK3", 2, "a magnetic card goes through once; - is an empty track", swipeCard},
+    {"identity", "on|off", 1, "an identity card lies on the reader, or no longer does", setIdentity},
+    {"device", "FIELD VALUE", 2, "model, serial, date, version, version2 or mac of the device record", setDevice},
+    {"fault", "NAME [ARG] [every]|off", 1, "spoils the next reply, or every one", setFault},
+    {"faults", "", 0, "the faults there are, and which are on", showFaults},
+    {"state", "", 0, "line speed, switch box, cards, work in hand, LEDs, buzzer, counts", showState},
     {"baud", "N", 1, "the reader's line speed from now on", setBaud},
     {"help", "", 0, "this list", showHelp},
     {"quit", "", 0, "ends the simulator", quit},

@@ -68,7 +68,7 @@ Bytes encodeFrame(FrameKind kind, BytesView data)
     return frame;
 }
 
-DecodedFrame decodeFrame(BytesView characters)
+DecodedFrame decodeFrame(BytesView characters, std::size_t mostData)
 {
     for (const std::uint8_t c : characters)
         if (c < kFirstCharacter || c > kLastCharacter)
@@ -86,7 +86,7 @@ DecodedFrame decodeFrame(BytesView characters)
     const std::size_t declared = (std::size_t{bytes[0]} << 8) | bytes[1];
     if (declared != bytes.size() - kLengthBytes - kLrcBytes)
         return {FrameFault::wrongLength, {}};
-    if (declared > kMostCommandData)
+    if (declared > mostData)
         return {FrameFault::tooLong, {}};
     const BytesView data = BytesView(bytes).subspan(kLengthBytes, declared);
     if (lrcOf(data) != bytes.back())

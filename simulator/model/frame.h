@@ -49,7 +49,7 @@ std::uint8_t lrcOf(BytesView data);
 
 Bytes encodeFrame(FrameKind kind, BytesView data);
 
-// `characters` is what stood between head and end byte.
-DecodedFrame decodeFrame(BytesView characters);
+// `characters` is what stood between head and end byte; `mostData`: more data bytes are too long.
+DecodedFrame decodeFrame(BytesView characters, std::size_t mostData = kMostCommandData);
 
 } // namespace qvsim

@@ -1,12 +1,11 @@
-// The state machine behind line_parser.h. Memory is bounded: a frame never keeps more than a command's characters.
+// The state machine behind line_parser.h. Memory is bounded: a frame never keeps more than the longest one's characters.
 #include "model/line_parser.h"
 
 namespace qvsim {
 
 namespace {
 
-// Length and LRC around the longest command.
-constexpr std::size_t kMostCharacters = 2 * (2 + kMostCommandData + 1);
+constexpr std::size_t kLengthAndLrc = 3;
 
 bool beginsSomething(std::uint8_t byte)
 {
@@ -98,7 +97,7 @@ LineEvent LineParser::feedFrame(std::uint8_t byte)
         state_ = State::idle;
         if (spoilt)
             return badFrame(spoiltBy_);
-        DecodedFrame decoded = decodeFrame(characters_);
+        DecodedFrame decoded = decodeFrame(characters_, mostData_);
         if (decoded.fault != FrameFault::none)
             return badFrame(decoded.fault);
         LineEvent event;
@@ -112,7 +111,7 @@ LineEvent LineParser::feedFrame(std::uint8_t byte)
     if (!isHalfByteCharacter(byte)) {
         state_ = State::spoiltFrame;
         spoiltBy_ = FrameFault::badCharacter;
-    } else if (characters_.size() == kMostCharacters) {
+    } else if (characters_.size() == 2 * (mostData_ + kLengthAndLrc)) {
         state_ = State::spoiltFrame;
         spoiltBy_ = FrameFault::tooLong;
     } else {

@@ -27,6 +27,9 @@ struct LineEvent {
 
 class LineParser {
   public:
+    // `mostData`: how many data bytes a frame may have.
+    explicit LineParser(std::size_t mostData = kMostCommandData) : mostData_(mostData) {}
+
     LineEvent feed(std::uint8_t byte);
 
     // The line was disturbed: whatever had begun is lost.
@@ -40,6 +43,7 @@ class LineParser {
     LineEvent feedFrame(std::uint8_t byte);
     LineEvent feedEscape(std::uint8_t byte);
 
+    std::size_t mostData_;
     State state_ = State::idle;
     FrameKind frame_ = FrameKind::card;
     FrameFault spoiltBy_ = FrameFault::none;

@@ -94,6 +94,9 @@ void Reader::take(LineEvent event, TimePoint now)
         if (work_ == Work::waitsForCard) {
             traceLine("     waiting for " + slotName(workSlot_) + " given up: a new command came");
             work_ = Work::nothing;
+        } else if (work_ == Work::waitsForAnyCard) {
+            traceLine("     waiting for any card given up: a new command came");
+            work_ = Work::nothing;
         }
         if (work_ == Work::nothing) {
             takeFrame(event, now);
@@ -153,6 +156,7 @@ bool Reader::insert(SlotCode slot, std::unique_ptr<Card> card, TimePoint now)
     place.powered = false;
     if (work_ == Work::waitsForCard && workSlot_ == slot)
         askCard(slot, Work::powersOn, place.card->powerOn(), now);
+    noticeCard();
     runWaitingFrames(now);
     return true;
 }
@@ -227,7 +231,7 @@ void Reader::finishCard(const CardAnswer &answer)
 
 void Reader::tick(TimePoint now)
 {
-    if (work_ == Work::waitsForCard && now >= workDeadline_) {
+    if ((work_ == Work::waitsForCard || work_ == Work::waitsForAnyCard) && now >= workDeadline_) {
         work_ = Work::nothing;
         reply(workSlot_, Outcome::noCard);
     } else if (work_ == Work::powersOn || work_ == Work::transmits) {
@@ -302,12 +306,23 @@ std::vector<std::string> Reader::describe(TimePoint now) const
         if (slot.card)
             lines.push_back("slot " + std::to_string(code) + " " + (slot.powered ? "powered" : "unpowered") + " " +
                             slot.card->label());
+    if (identityCard_)
+        lines.emplace_back("identity card on the reader");
+    if (swiped_)
+        lines.emplace_back("magnetic card swiped, not yet reported");
     if (work_ != Work::nothing) {
         const auto left = std::chrono::duration_cast<milliseconds>(workDeadline_ - now).count();
-        lines.push_back(
-            std::string(work_ == Work::waitsForCard ? "waits for a card in slot " : "waits for the answer of slot ") +
-            std::to_string(workSlot_) + ", " + std::to_string(left) + " ms left");
+        const std::string what = work_ == Work::waitsForAnyCard ? "waits for any card"
+                                 : work_ == Work::waitsForCard
+                                     ? "waits for a card in slot " + std::to_string(workSlot_)
+                                     : "waits for the answer of slot " + std::to_string(workSlot_);
+        lines.push_back(what + ", " + std::to_string(left) + " ms left");
     }
+    lines.push_back("led " + toHex(BytesView(&led_, 1)) + ", pair " + toHex(ledPair_));
+    std::string buzzer = "buzzer " + std::to_string(buzzes_);
+    if (buzzes_ != 0)
+        buzzer += ", last " + toHex(lastBuzz_);
+    lines.push_back(std::move(buzzer));
     lines.push_back("frames " + std::to_string(counts_.frames));
     lines.push_back("rejected " + std::to_string(counts_.rejectedFrames));
     lines.push_back("escapes " + std::to_string(counts_.escapes));

@@ -1,17 +1,19 @@
 // The reader: bytes of the line in, bytes of the line out, cards in its slots. No I/O and no clock of its own; whoever
 // drives it passes the time in and calls tick() when deadline() has come or a card may have answered.
 //
-// One command is in work at a time. While a power-on waits for a card to be put in, a new command or a module reset
+// One command is in work at a time. While a power-on or a detection waits for a card, a new command or a module reset
 // gives the waiting up (it is then not answered). While a card works, further frames wait for their turn and a module
 // reset drops the answer.
 #pragma once
 
 #include "model/card.h"
+#include "model/device_identity.h"
 #include "model/line_parser.h"
 #include "model/slots.h"
 #include "model/status_words.h"
 #include "model/trace.h"
 
+#include <array>
 #include <chrono>
 #include <deque>
 #include <map>
@@ -35,6 +37,10 @@ struct SentBytes {
     unsigned baud = 0;
 };
 
+// Detection: every kind of card counts.
+constexpr std::uint8_t kAnyCardKind = 0;
+constexpr std::size_t kMostTrackCharacters = 250; // two tracks, mark, kind and end fit a reply
+
 class Reader {
   public:
     // `cardPatience`: how long a card may take for one answer.
@@ -51,6 +57,11 @@ class Reader {
     // False when the slot was empty.
     bool remove(SlotCode slot, TimePoint now);
     void setBaud(unsigned baud);
+    // A magnetic card went through once; it is kept until a detection reports it. False when a track is longer than
+    // kMostTrackCharacters or holds anything else than printable ASCII characters without "|".
+    bool swipe(const std::string &track2, const std::string &track3);
+    void setIdentityCard(bool present);
+    DeviceIdentity &device() { return device_; }
 
     unsigned baud() const { return baud_; }
     const ReaderCounts &counts() const { return counts_; }
@@ -64,7 +75,7 @@ class Reader {
         std::unique_ptr<Card> card;
         bool powered = false;
     };
-    enum class Work { nothing, waitsForCard, powersOn, transmits };
+    enum class Work { nothing, waitsForCard, waitsForAnyCard, powersOn, transmits };
 
     void traceLine(std::string_view text);
     void flushRubbish();
@@ -79,6 +90,17 @@ class Reader {
     void powerOffContactless(BytesView data, TimePoint now);
     void transmit(BytesView data, TimePoint now);
     void cardStatus(BytesView data, TimePoint now);
+    void detectAny(BytesView data, TimePoint now);
+    void detectKind(BytesView data, TimePoint now);
+    void presence(BytesView data, TimePoint now);
+    void setLed(BytesView data, TimePoint now);
+    void setLedPair(BytesView data, TimePoint now);
+    void soundBuzzer(BytesView data, TimePoint now);
+    void tellDevice(BytesView data, TimePoint now);
+
+    void detect(std::uint8_t kinds, unsigned waitSeconds, TimePoint now);
+    void noticeCard();
+    bool reportCard();
 
     void powerOn(SlotCode slot, unsigned waitMs, TimePoint now);
     void powerOff(SlotCode slot);
@@ -103,6 +125,16 @@ class Reader {
     char boxPort_ = 0; // 0: none selected
     unsigned boxSpeed_ = 0;
     bool boxJustSelected_ = false; // nothing came since the selection
+
+    std::optional<std::string> swiped_; // the tracks as a reply tells them
+    bool identityCard_ = false;
+    std::uint8_t wantedKinds_ = kAnyCardKind;
+
+    DeviceIdentity device_;
+    std::uint8_t led_ = 0;
+    std::array<std::uint8_t, 2> ledPair_{};
+    std::uint64_t buzzes_ = 0;
+    std::array<std::uint8_t, 3> lastBuzz_{};
 
     Work work_ = Work::nothing;
     SlotCode workSlot_ = 0;

@@ -7,6 +7,14 @@
 //   32 24 T T                                  power on the contactless card, waiting up to T for it
 //   32 25 00 00                                power off the contactless card
 //   32 26 slot C-APDU                          exchange with the card in a slot, 255 for the contactless one
+//   32 30 S S                                  which card is there, waiting up to S seconds for one
+//   32 32 S S kind                             the same for one kind of card, 0 for all
+//   31 11                                      is a reader there
+// and in peripheral frames
+//   11 01                                      device record
+//   11 11 S                                    LEDs
+//   11 14 A B                                  a pair of LED bytes
+//   80 15 D D N                                buzzer
 #include "model/reader.h"
 
 #include <utility>
@@ -55,6 +63,47 @@ std::string cardStatusText(BytesView data)
     return "card status of " + slotName(data[2]);
 }
 
+std::string waitSecondsText(BytesView data)
+{
+    const unsigned seconds = bigEndian(data[2], data[3]);
+    return seconds == 0 ? std::string() : ", waits " + std::to_string(seconds) + " s";
+}
+
+std::string detectAnyText(BytesView data)
+{
+    return "which card is there" + waitSecondsText(data);
+}
+
+std::string detectKindText(BytesView data)
+{
+    return "which card of kind " + std::to_string(data[4]) + " is there" + waitSecondsText(data);
+}
+
+std::string presenceText(BytesView)
+{
+    return "is a reader there";
+}
+
+std::string ledText(BytesView data)
+{
+    return "LEDs " + toHex(data.subspan(2));
+}
+
+std::string ledPairText(BytesView data)
+{
+    return "LED pair " + toHex(data.subspan(2));
+}
+
+std::string buzzerText(BytesView data)
+{
+    return "buzzer " + toHex(data.subspan(2));
+}
+
+std::string tellDeviceText(BytesView)
+{
+    return "device record";
+}
+
 } // namespace
 
 struct Reader::CommandRow {
@@ -74,6 +123,13 @@ const Reader::CommandRow Reader::kCommands[] = {
     {FrameKind::card, 0x32, 0x24, 4, 4, powerOnContactlessText, &Reader::powerOnContactless},
     {FrameKind::card, 0x32, 0x25, 4, 4, powerOffContactlessText, &Reader::powerOffContactless},
     {FrameKind::card, 0x32, 0x26, 4, kMostCommandData, transmitText, &Reader::transmit},
+    {FrameKind::card, 0x32, 0x30, 4, 4, detectAnyText, &Reader::detectAny},
+    {FrameKind::card, 0x32, 0x32, 5, 5, detectKindText, &Reader::detectKind},
+    {FrameKind::card, 0x31, 0x11, 2, 2, presenceText, &Reader::presence},
+    {FrameKind::peripheral, 0x11, 0x01, 2, 2, tellDeviceText, &Reader::tellDevice},
+    {FrameKind::peripheral, 0x11, 0x11, 3, 3, ledText, &Reader::setLed},
+    {FrameKind::peripheral, 0x11, 0x14, 4, 4, ledPairText, &Reader::setLedPair},
+    {FrameKind::peripheral, 0x80, 0x15, 5, 5, buzzerText, &Reader::soundBuzzer},
 };
 
 void Reader::takeFrame(const LineEvent &frame, TimePoint now)
@@ -159,6 +215,45 @@ void Reader::cardStatus(BytesView data, TimePoint)
         reply(slot, Outcome::noCard);
     else
         reply(slot, place->powered ? Outcome::done : Outcome::notPowered);
+}
+
+void Reader::detectAny(BytesView data, TimePoint now)
+{
+    detect(kAnyCardKind, bigEndian(data[2], data[3]), now);
+}
+
+void Reader::detectKind(BytesView data, TimePoint now)
+{
+    detect(data[4], bigEndian(data[2], data[3]), now);
+}
+
+void Reader::presence(BytesView, TimePoint)
+{
+    reply(0, Outcome::done);
+}
+
+void Reader::setLed(BytesView data, TimePoint)
+{
+    led_ = data[2];
+    reply(0, Outcome::done);
+}
+
+void Reader::setLedPair(BytesView data, TimePoint)
+{
+    ledPair_ = {data[2], data[3]};
+    reply(0, Outcome::done);
+}
+
+void Reader::soundBuzzer(BytesView data, TimePoint)
+{
+    ++buzzes_;
+    lastBuzz_ = {data[2], data[3], data[4]};
+    reply(0, Outcome::done, Bytes{0x00});
+}
+
+void Reader::tellDevice(BytesView, TimePoint)
+{
+    reply(0, Outcome::done, deviceRecord(device_));
 }
 
 } // namespace qvsim

@@ -14,7 +14,7 @@ struct StatusRow {
     const char *text;
 };
 
-constexpr std::array<StatusRow, 10> kStatusRows{{
+constexpr std::array<StatusRow, 11> kStatusRows{{
     {Outcome::done, 0x0000, 0x0000, "done"},
     {Outcome::noSuchSlot, 0x1001, 0x1001, "no such slot"},
     {Outcome::notPowered, 0x1003, 0x3004, "card present but not powered"},
@@ -25,6 +25,7 @@ constexpr std::array<StatusRow, 10> kStatusRows{{
     {Outcome::noCommand, 0xF000, 0xF000, "frame without a command"},
     {Outcome::unknownCommand, 0xF001, 0xF001, "unknown command"},
     {Outcome::wrongCommandLength, 0xF002, 0xF002, "command of a wrong length"},
+    {Outcome::noSuchKind, 0xF003, 0xF003, "no such kind of card"},
 }};
 
 constexpr bool rowsStandInOrder()

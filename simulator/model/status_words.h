@@ -18,6 +18,7 @@ enum class Outcome {
     noCommand,
     unknownCommand,
     wrongCommandLength,
+    noSuchKind,
 };
 
 // Contact and PSAM slots answer with other words than the antenna.

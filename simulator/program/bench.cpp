@@ -5,6 +5,7 @@
 #include "program/card_files.h"
 #include "system/tty_speeds.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace qvsim {
@@ -12,6 +13,8 @@ namespace qvsim {
 namespace {
 
 constexpr unsigned kHighestPort = 65535;
+// Pieces of replies that faults hold back; a host that goes on asking beyond this gets no more of them.
+constexpr std::size_t kMostOutgoing = 16'384;
 
 TimePoint now()
 {
@@ -101,6 +104,26 @@ Trouble Bench::setBaud(unsigned baud)
     return std::nullopt;
 }
 
+Trouble Bench::swipe(std::string_view track2, std::string_view track3)
+{
+    if (!reader_.swipe(std::string(track2), std::string(track3)))
+        return "a track is at most " + std::to_string(kMostTrackCharacters) +
+               " printable ASCII characters without |, or - when it is empty";
+    settle();
+    return std::nullopt;
+}
+
+void Bench::setIdentityCard(bool present)
+{
+    reader_.setIdentityCard(present);
+    settle();
+}
+
+Trouble Bench::setDevice(std::string_view field, std::string_view value)
+{
+    return setDeviceField(reader_.device(), field, value);
+}
+
 std::vector<std::string> Bench::describe() const
 {
     std::vector<std::string> lines = reader_.describe(now());
@@ -115,7 +138,7 @@ std::vector<std::string> Bench::describe() const
 bool Bench::run()
 {
     while (!stopped_ && !pty_.failed()) {
-        loop_.runOnce(reader_.deadline());
+        loop_.runOnce(deadline());
         settle();
     }
     return !pty_.failed();
@@ -132,8 +155,49 @@ void Bench::settle()
         for (const auto &[slot, bridge] : bridges_)
             changed = bridge->update() || changed;
     }
-    for (const SentBytes &sent : reader_.takeOutput())
-        pty_.send(sent.bytes, sent.baud);
+    for (SentBytes &sent : reader_.takeOutput())
+        queue(std::move(sent));
+    sendDue();
+}
+
+// Replies keep their order: what is held back holds back what comes behind it.
+void Bench::queue(SentBytes reply)
+{
+    const bool spoilt = faults_.any();
+    if (spoilt && trace_.wanted())
+        trace_.line("     fault: " + faults_.names());
+    Delivery delivery = faults_.apply(std::move(reply.bytes));
+    if (delivery.hangsUp)
+        stop();
+    if (outgoing_.size() > kMostOutgoing) {
+        if (trace_.wanted())
+            trace_.line("     reply lost: too many are held back");
+        return;
+    }
+    TimePoint due = outgoing_.empty() ? now() : std::max(now(), outgoing_.back().due);
+    for (TimedBytes &piece : delivery.pieces) {
+        due += piece.after;
+        outgoing_.push_back({{std::move(piece.bytes), reply.baud}, due, spoilt});
+    }
+}
+
+void Bench::sendDue()
+{
+    while (!stopped_ && !outgoing_.empty() && outgoing_.front().due <= now()) {
+        const Outgoing &next = outgoing_.front();
+        if (next.spoilt && trace_.wanted())
+            trace_.line("sent " + toHex(next.sent.bytes));
+        pty_.send(next.sent.bytes, next.sent.baud);
+        outgoing_.pop_front();
+    }
+}
+
+std::optional<TimePoint> Bench::deadline() const
+{
+    const std::optional<TimePoint> reader = reader_.deadline();
+    if (outgoing_.empty())
+        return reader;
+    return reader ? std::min(*reader, outgoing_.front().due) : outgoing_.front().due;
 }
 
 std::optional<SlotCode> parseSlot(std::string_view text)

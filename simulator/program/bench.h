@@ -5,9 +5,11 @@
 
 #include "channels/pty_channel.h"
 #include "channels/vpcd_bridge.h"
+#include "model/line_faults.h"
 #include "model/reader.h"
 #include "system/event_loop.h"
 
+#include <deque>
 #include <map>
 #include <memory>
 #include <set>
@@ -28,10 +30,16 @@ class Bench {
     Trouble insert(SlotCode slot, std::string_view card, std::vector<std::string> &told);
     Trouble remove(SlotCode slot);
     Trouble setBaud(unsigned baud);
+    Trouble swipe(std::string_view track2, std::string_view track3);
+    void setIdentityCard(bool present);
+    Trouble setDevice(std::string_view field, std::string_view value);
+    // "late 3000 every", "off"; see LineFaults.
+    Trouble setFault(std::string_view words) { return faults_.set(words); }
+    std::vector<std::string> describeFaults() const { return faults_.describe(); }
     std::vector<std::string> describe() const;
     void stop() { stopped_ = true; }
 
-    // Until stop(). False when the pseudo-terminal broke down.
+    // Until stop(), or a fault hangs the line up. False when the pseudo-terminal broke down.
     bool run();
 
   private:
@@ -45,11 +53,23 @@ class Bench {
     Trouble insertScript(SlotCode slot, std::string_view file, std::vector<std::string> &told);
     Trouble insertVpcd(SlotCode slot, std::string_view port, std::vector<std::string> &told);
     void settle();
+    void queue(SentBytes reply);
+    void sendDue();
+    std::optional<TimePoint> deadline() const;
+
+    // A piece of a reply on its way; `spoilt`: a fault has been at it.
+    struct Outgoing {
+        SentBytes sent;
+        TimePoint due;
+        bool spoilt;
+    };
 
     EventLoop &loop_;
     Trace &trace_;
     Reader reader_;
     PtyChannel pty_;
+    LineFaults faults_;
+    std::deque<Outgoing> outgoing_;
     std::map<SlotCode, std::unique_ptr<VpcdBridge>> bridges_;
     std::set<SlotCode> scripts_; // slots that hold a script card
     bool stopped_ = false;

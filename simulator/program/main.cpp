@@ -5,6 +5,7 @@
 #include "control/server.h"
 #include "program/bench.h"
 #include "program/options.h"
+#include "program/tap.h"
 #include "program/trace_file.h"
 #include "system/process.h"
 #include "system/text_output.h"
@@ -31,6 +32,9 @@ int serve(const Options &options)
     Bench bench(loop, options.baud, options.cardPatience, trace);
     const StopSignals signals(loop, [&bench] { bench.stop(); });
 
+    for (const auto &[field, value] : options.device)
+        if (const Trouble trouble = bench.setDevice(field, value))
+            throw std::runtime_error(*trouble);
     for (const auto &[slot, card] : options.cards) {
         std::vector<std::string> told;
         if (const Trouble trouble = bench.insert(slot, card, told))
@@ -58,6 +62,26 @@ int serve(const Options &options)
     return 0;
 }
 
+int listen(const Options &options)
+{
+    TextOutput out(STDOUT_FILENO);
+    TextOutput err(STDERR_FILENO);
+    EventLoop loop;
+    TraceFile trace(options.traceFile);
+    Tap tap(loop, options.tapTty, options.baud, trace);
+    const StopSignals signals(loop, [&tap] { tap.stop(); });
+    std::list<DeviceLink> links;
+    for (const std::string &path : options.links)
+        links.emplace_back(path, tap.ptyPath());
+    out.line("ready " + tap.ptyPath());
+    const bool whole = tap.run();
+    if (!options.recordFile.empty() && !tap.record(options.recordFile) && !options.quiet)
+        err.line("qvreader-sim: nothing recorded: no card has answered a power-on");
+    if (!whole)
+        err.line("qvreader-sim: the line broke down");
+    return whole ? 0 : 1;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -69,6 +93,8 @@ int main(int argc, char **argv)
             return parsed.exitCode;
         if (parsed.options.isControlCall)
             return qvsim::callControl(parsed.options.controlCallPath, parsed.options.controlCallLine);
+        if (parsed.options.isTap)
+            return listen(parsed.options);
         return serve(parsed.options);
     } catch (const std::exception &error) {
         qvsim::TextOutput(STDERR_FILENO).line(std::string("qvreader-sim: ") + error.what());

@@ -31,6 +31,15 @@ std::pair<SlotCode, std::string> splitCard(const std::string &text)
     return {*slot, text.substr(equals + 1)};
 }
 
+// "model=X" → field and value; the bench judges them.
+std::pair<std::string, std::string> splitField(const std::string &text)
+{
+    const std::size_t equals = text.find('=');
+    if (equals == std::string::npos)
+        throw CLI::ValidationError("--device", text + ": write FIELD=VALUE");
+    return {text.substr(0, equals), text.substr(equals + 1)};
+}
+
 std::string footer()
 {
     std::string text = "Commands while it runs:\n";
@@ -46,6 +55,7 @@ ParsedOptions parseOptions(int argc, char **argv)
     ParsedOptions parsed;
     Options &options = parsed.options;
     std::vector<std::string> cards;
+    std::vector<std::string> fields;
     std::vector<std::string> words;
     unsigned patience = static_cast<unsigned>(options.cardPatience.count());
 
@@ -69,6 +79,11 @@ ParsedOptions parseOptions(int argc, char **argv)
                    "Slots: 0-15 contact, 16-31 PSAM, 255 contactless")
         ->type_name("SLOT=KIND:WHAT")
         ->allow_extra_args(false);
+    app.add_option("--device", fields,
+                   "A field of the device record: model, serial (text), date (YYYYMMDD), version, version2 (1.0.2.10, "
+                   "hexadecimal) or mac (six hexadecimal bytes)")
+        ->type_name("FIELD=VALUE")
+        ->allow_extra_args(false);
     app.add_option("--control", options.controlPath, "Unix socket on which control commands are taken")
         ->type_name("SOCKETPATH");
     app.add_option("--trace", options.traceFile,
@@ -87,10 +102,19 @@ ParsedOptions parseOptions(int argc, char **argv)
     ctl->prefix_command(false);
     ctl->footer(footer());
 
+    CLI::App *const tap = app.add_subcommand(
+        "tap", "Sit between a host and a reader on a real tty: bytes go through both ways and are shown by --trace");
+    tap->add_option("TTY", options.tapTty, "The reader's serial port")->required();
+    tap->add_option("--record", options.recordFile, "At the end, write what the first card answered as a card file")
+        ->type_name("FILE");
+    tap->fallthrough(); // --baud, --link, --trace and --quiet behind the word as well
+
     try {
         app.parse(argc, argv);
         for (const std::string &card : cards)
             options.cards.push_back(splitCard(card));
+        for (const std::string &field : fields)
+            options.device.push_back(splitField(field));
     } catch (const CLI::ParseError &error) {
         parsed.done = true;
         parsed.exitCode = app.exit(error) == 0 ? 0 : 2;
@@ -98,6 +122,7 @@ ParsedOptions parseOptions(int argc, char **argv)
     }
     options.cardPatience = std::chrono::milliseconds(patience);
     options.isControlCall = ctl->parsed();
+    options.isTap = tap->parsed();
     for (const std::string &word : words)
         options.controlCallLine += (options.controlCallLine.empty() ? "" : " ") + word;
     return parsed;

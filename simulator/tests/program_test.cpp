@@ -2,6 +2,7 @@
 #include "sim_process.h"
 
 #include "control/socket_address.h"
+#include "model/device_identity.h"
 #include "system/io.h"
 
 #include <gtest/gtest.h>
@@ -86,6 +87,98 @@ TEST(Program, PowerOnWaitsForTheCardAndControlGoesOn)
     EXPECT_EQ(reply.size(), 36U);
 }
 
+TEST(Program, ASwipeOrAnIdentityCardEndsADetection)
+{
+    TempDir dir;
+    const std::string socket = dir / "control";
+    SimProcess sim({"--control", socket});
+    HostPort port(sim.waitReady(), 9600);
+    const auto waits = [&] { return control(socket, {"state"}).find("waits for any card") != std::string::npos; };
+    port.write(encodeFrame(FrameKind::card, *fromHex("32 30 00 3C"))); // a minute
+    EXPECT_TRUE(eventually(waits));
+    EXPECT_EQ(control(socket, {"swipe", "12=3", "-"}), "ok\n");
+    EXPECT_EQ(port.readFrame(), encodeFrame(FrameKind::card, *fromHex("00 00 03 31 32 3D 33 7C 0D 0A")));
+    port.write(encodeFrame(FrameKind::card, *fromHex("32 32 00 3C 04")));
+    EXPECT_TRUE(eventually(waits));
+    EXPECT_EQ(control(socket, {"identity", "on"}), "ok\n");
+    EXPECT_EQ(port.readFrame(), encodeFrame(FrameKind::card, *fromHex("00 00 04")));
+    EXPECT_EQ(control(socket, {"identity", "off"}), "ok\n");
+    EXPECT_EQ(port.ask("32 30 00 00"), "10 05");
+}
+
+TEST(Program, TheDeviceRecordIsSetByOptionAndCommand)
+{
+    TempDir dir;
+    const std::string socket = dir / "control";
+    SimProcess sim({"--control", socket, "--device", "model=BOX 7", "--device", "version=1.2.3.4"});
+    HostPort port(sim.waitReady(), 9600);
+    EXPECT_EQ(control(socket, {"device", "serial", "S 1"}), "ok\n");
+    DeviceIdentity expected;
+    expected.model = "BOX 7";
+    expected.serial = "S 1";
+    expected.version = {1, 2, 3, 4};
+    Bytes data{0x00, 0x00};
+    for (const std::uint8_t b : deviceRecord(expected))
+        data.push_back(b);
+    port.write(encodeFrame(FrameKind::peripheral, *fromHex("11 01")));
+    EXPECT_EQ(port.readFrame(), encodeFrame(FrameKind::peripheral, data));
+    EXPECT_EQ(runProgram({"--device", "date=never"}).exitCode, 1);
+    EXPECT_EQ(runProgram({"--device", "date"}).exitCode, 2);
+}
+
+TEST(Program, AFaultSpoilsTheNextReplyAndTheTraceShowsIt)
+{
+    TempDir dir;
+    const std::string socket = dir / "control";
+    SimProcess sim({"--control", socket, "--trace", "-"});
+    HostPort port(sim.waitReady(), 9600);
+    EXPECT_EQ(control(socket, {"fault", "badlrc"}), "ok\n");
+    const Bytes question = encodeFrame(FrameKind::card, *fromHex("31 11"));
+    port.write(question);
+    EXPECT_EQ(toHex(port.readFrame()), "02 30 30 30 32 30 30 30 30 30 31 03");
+    EXPECT_EQ(port.ask("31 11"), "00 00");
+    EXPECT_NE(sim.errors().find("sent 02 30 30 30 32 30 30 30 30 30 31 03"), std::string::npos);
+    EXPECT_EQ(control(socket, {"fault", "dance"}), "!error: unknown fault dance; try faults\n");
+    EXPECT_EQ(control(socket, {"fault", "silence", "every"}), "ok\n");
+    EXPECT_NE(control(socket, {"faults"}).find("[on: silence every]"), std::string::npos);
+    port.write(question);
+    EXPECT_TRUE(eventually([&] { return control(socket, {"state"}).find("replies 3") != std::string::npos; }));
+    EXPECT_EQ(control(socket, {"fault", "off"}), "ok\n");
+    EXPECT_EQ(port.ask("32 21 00"), "10 05") << "the silent reply never comes";
+}
+
+TEST(Program, ALateReplyComesLateAndInItsOrder)
+{
+    TempDir dir;
+    const std::string socket = dir / "control";
+    SimProcess sim({"--control", socket});
+    HostPort port(sim.waitReady(), 9600);
+    EXPECT_EQ(control(socket, {"fault", "late", "300"}), "ok\n");
+    const auto start = std::chrono::steady_clock::now();
+    port.write(encodeFrame(FrameKind::card, *fromHex("31 11")));
+    port.write(encodeFrame(FrameKind::card, *fromHex("32 21 00")));
+    EXPECT_EQ(port.readFrame(), encodeFrame(FrameKind::card, *fromHex("00 00")));
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(300));
+    EXPECT_EQ(port.readFrame(), encodeFrame(FrameKind::card, *fromHex("10 05")));
+}
+
+TEST(Program, AHangUpEndsTheLineAndTheSimulator)
+{
+    TempDir dir;
+    const std::string socket = dir / "control";
+    const std::string link = dir / "reader";
+    SimProcess sim({"--control", socket, "--link", link});
+    HostPort port(sim.waitReady(), 9600);
+    EXPECT_EQ(control(socket, {"fault", "hangup"}), "ok\n");
+    port.write(encodeFrame(FrameKind::card, *fromHex("31 11")));
+    EXPECT_EQ(sim.wait(), 0);
+    EXPECT_EQ(port.readFrame(), Bytes{});
+    pollfd polled{port.fd(), POLLIN, 0};
+    EXPECT_EQ(::poll(&polled, 1, 0), 1);
+    EXPECT_NE(polled.revents & POLLHUP, 0);
+    EXPECT_FALSE(std::filesystem::is_symlink(link));
+}
+
 TEST(Program, StateTellsWhatTheReaderHolds)
 {
     TempDir dir;
@@ -109,6 +202,7 @@ TEST(Program, StateTellsWhatTheReaderHolds)
                                               "slot 17 unpowered script:" +
                                               kCards +
                                               "mute.card (mute card)\n"
+                                              "led 00, pair 00 00\nbuzzer 0\n"
                                               "frames 2\nrejected 0\nescapes 2\nreplies 2\ngarbage 2\n"
                                               "slot 255 empty vpcd:" +
                                               vpcd.substr(9) + " (no card has connected)\nok\n");
@@ -135,6 +229,12 @@ TEST(Program, ControlMistakesAreAnswered)
         {{"remove", "x"}, "!error: a slot is 0 to 15 (contact), 16 to 31 (PSAM) or 255 (contactless)\n"},
         {{"baud", "12345"}, "!error: no tty runs at 12345 bits per second\n"},
         {{"baud", "fast"}, "!error: a line speed is a number of bits per second\n"},
+        {{"swipe", "1"}, "!error: usage: swipe TRACK2 TRACK3\n"},
+        {{"swipe", "1|", "-"},
+         "!error: a track is at most 250 printable ASCII characters without |, or - when it is empty\n"},
+        {{"identity", "maybe"}, "!error: identity is on or off\n"},
+        {{"device", "colour", "red"}, "!error: a device field is model, serial, date, version, version2 or mac\n"},
+        {{"device", "date", "today"}, "!error: device date takes YYYYMMDD\n"},
         {{"state", "now"}, "!error: usage: state \n"},
     };
     for (const auto &row : rows)

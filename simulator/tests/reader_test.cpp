@@ -68,6 +68,12 @@ class ReaderTest : public testing::Test {
         return replies();
     }
 
+    std::string askPeripheral(const char *data)
+    {
+        receive(encodeFrame(FrameKind::peripheral, *fromHex(data)));
+        return replies();
+    }
+
     void insert(SlotCode slot) { EXPECT_TRUE(reader.insert(slot, std::make_unique<TestCard>(card), time)); }
     void pass(int ms)
     {
@@ -130,7 +136,9 @@ TEST_F(ReaderTest, RepliesAreTheBytesOfTheWire)
     raw("01 30 30 30 32 31 31 30 31 31 30 04"); // a peripheral frame is answered in one
     output = reader.takeOutput();
     ASSERT_EQ(output.size(), 1U);
-    EXPECT_EQ(toHex(output[0].bytes), "01 30 30 30 32 3F 30 30 31 3F 31 04");
+    EXPECT_EQ(output[0].bytes.size(), 2 * (2 + 86) + 8U);
+    EXPECT_EQ(output[0].bytes.front(), 0x01);
+    EXPECT_EQ(output[0].bytes.back(), 0x04);
     raw("01 30 30 30 33 33 32 32 31 30 30 31 33 04"); // a card command in a peripheral frame is none
     EXPECT_EQ(replies(), "F0 01");
 }
@@ -394,6 +402,152 @@ TEST_F(ReaderTest, TheBoxSpeedDoesNotTouchTheReaders)
     ask("32 21 00");
     raw("1B 25 49 34"); // not behind a selection any more
     EXPECT_EQ(reader.baud(), 9600U);
+}
+
+TEST_F(ReaderTest, DetectionReportsTheCardOfTheLowestKind)
+{
+    EXPECT_EQ(ask("32 30 00 00"), "10 05");
+    reader.setIdentityCard(true);
+    EXPECT_EQ(ask("32 30 00 00"), "00 00 04");
+    EXPECT_TRUE(reader.swipe("1234=5678", "9999"));
+    EXPECT_EQ(ask("32 30 00 00"), "00 00 03 31 32 33 34 3D 35 36 37 38 7C 39 39 39 39 0D 0A");
+    EXPECT_EQ(ask("32 30 00 00"), "00 00 04") << "a swipe is reported once";
+    insert(kContactless);
+    EXPECT_EQ(ask("32 30 00 00"), "00 00 02");
+    insert(1);
+    insert(16);
+    EXPECT_EQ(ask("32 30 00 00"), "00 00 02") << "only the user's slot counts";
+    insert(0);
+    EXPECT_EQ(ask("32 30 00 00"), "00 00 01");
+    EXPECT_EQ(ask("32 21 00"), "10 03") << "detection gives no power";
+    EXPECT_EQ(card.powerOns, 0);
+}
+
+TEST_F(ReaderTest, DetectionOfOneKindSeesNoOther)
+{
+    insert(0);
+    insert(kContactless);
+    EXPECT_TRUE(reader.swipe("", ""));
+    const struct {
+        const char *command;
+        const char *reply;
+    } rows[] = {
+        {"32 32 00 00 02", "00 00 02"}, {"32 32 00 00 04", "10 05"},    {"32 32 00 00 03", "00 00 03 7C 0D 0A"},
+        {"32 32 00 00 03", "10 05"},    {"32 32 00 00 01", "00 00 01"}, {"32 32 00 00 00", "00 00 01"},
+        {"32 32 00 00 05", "F0 03"},    {"32 32 00 00", "F0 02"},       {"32 30 00", "F0 02"},
+    };
+    for (const auto &row : rows)
+        EXPECT_EQ(ask(row.command), row.reply) << row.command;
+}
+
+TEST_F(ReaderTest, DetectionWaitsSecondsForACard)
+{
+    EXPECT_EQ(ask("32 30 00 08"), "");
+    EXPECT_EQ(reader.deadline(), time + std::chrono::seconds(8));
+    EXPECT_TRUE(describes("waits for any card, 8000 ms left"));
+    insert(1);
+    EXPECT_EQ(replies(), "");
+    insert(0);
+    EXPECT_EQ(replies(), "00 00 01");
+    EXPECT_EQ(reader.deadline(), std::nullopt);
+    EXPECT_EQ(ask("32 32 00 01 03"), "");
+    pass(999);
+    EXPECT_EQ(replies(), "");
+    EXPECT_TRUE(reader.swipe("12", "34"));
+    EXPECT_EQ(replies(), "00 00 03 31 32 7C 33 34 0D 0A");
+    EXPECT_EQ(ask("32 32 00 01 04"), "");
+    reader.setIdentityCard(true);
+    EXPECT_EQ(replies(), "00 00 04");
+    EXPECT_EQ(ask("32 32 00 01 02"), "");
+    pass(1000);
+    EXPECT_EQ(replies(), "10 05");
+}
+
+TEST_F(ReaderTest, ANewCommandOrAResetEndsADetection)
+{
+    ask("32 30 00 08");
+    EXPECT_EQ(ask("32 21 00"), "10 05") << "one answer, to the new command";
+    ask("32 30 00 08");
+    raw("1B 30");
+    EXPECT_EQ(reader.deadline(), std::nullopt);
+    insert(0);
+    EXPECT_EQ(replies(), "");
+}
+
+TEST_F(ReaderTest, TracksThatDoNotFitAreRefused)
+{
+    EXPECT_FALSE(reader.swipe("12|34", ""));
+    EXPECT_FALSE(reader.swipe("", "\n"));
+    EXPECT_FALSE(reader.swipe("", std::string(251, '1')));
+    EXPECT_EQ(ask("32 30 00 00"), "10 05");
+    EXPECT_TRUE(reader.swipe(std::string(250, '1'), std::string(250, '2')));
+    command("32 30 00 00");
+    const std::vector<SentBytes> output = reader.takeOutput();
+    ASSERT_EQ(output.size(), 1U);
+    EXPECT_EQ(output[0].bytes.size(), 2 * (2 + 1 + 501 + 2) + 8U);
+}
+
+TEST_F(ReaderTest, APresenceCheckIsAnsweredWithoutABody)
+{
+    EXPECT_EQ(ask("31 11"), "00 00");
+    EXPECT_EQ(ask("31 11 00"), "F0 02");
+}
+
+TEST_F(ReaderTest, LedsAndBuzzerKeepWhatTheyWereTold)
+{
+    EXPECT_TRUE(describes("led 00, pair 00 00"));
+    EXPECT_TRUE(describes("buzzer 0"));
+    EXPECT_EQ(askPeripheral("11 11 05"), "00 00");
+    EXPECT_EQ(askPeripheral("11 14 0A 0B"), "00 00");
+    EXPECT_TRUE(describes("led 05, pair 0A 0B"));
+    EXPECT_EQ(askPeripheral("80 15 01 F4 03"), "00 00 00");
+    EXPECT_EQ(askPeripheral("80 15 00 64 02"), "00 00 00");
+    EXPECT_TRUE(describes("buzzer 2, last 00 64 02"));
+    EXPECT_EQ(askPeripheral("11 11"), "F0 02");
+    EXPECT_EQ(askPeripheral("80 15 00 64"), "F0 02");
+    EXPECT_EQ(askPeripheral("32 21 00"), "F0 01");
+    EXPECT_EQ(ask("80 15 00 64 02"), "F0 01");
+}
+
+TEST_F(ReaderTest, TheDeviceRecordHoldsItsFieldsWhereTheyBelong)
+{
+    const auto set = [this](const char *field, const char *value) {
+        EXPECT_EQ(setDeviceField(reader.device(), field, value), std::nullopt) << field;
+    };
+    set("model", "AB");
+    set("serial", "C 1");
+    set("date", "20240315");
+    set("version", "1.2.3.10");
+    set("version2", "a.0B.0.ff");
+    set("mac", "0102030405aF");
+    std::string text = "00 00 41 42";
+    for (int i = 2; i < 32; ++i)
+        text += " 20";
+    text += " 43 20 31";
+    for (int i = 3; i < 32; ++i)
+        text += " 20";
+    EXPECT_EQ(askPeripheral("11 01"), text + " 15 03 24 20 10 03 02 01 00 00 00 00 FF 00 0B 0A 01 02 03 04 05 AF");
+}
+
+TEST_F(ReaderTest, WrongDeviceFieldsChangeNothing)
+{
+    const Bytes before = deviceRecord(reader.device());
+    const struct {
+        const char *field;
+        std::string value;
+    } rows[] = {
+        {"colour", "red"},      {"model", std::string(33, 'x')},
+        {"serial", "\x80"},     {"date", "2024031"},
+        {"date", "20241315"},   {"date", "20240300"},
+        {"date", "2024-3-1"},   {"version", "1.2.3"},
+        {"version", "1.2.3."},  {"version", "1.2.3.100"},
+        {"version", "1.2.3.g"}, {"version2", "1.2.3.4.5"},
+        {"mac", "01020304"},    {"mac", "x"},
+    };
+    for (const auto &row : rows)
+        EXPECT_NE(setDeviceField(reader.device(), row.field, row.value), std::nullopt) << row.field << row.value;
+    EXPECT_EQ(deviceRecord(reader.device()), before);
+    EXPECT_EQ(before.size(), kDeviceRecordBytes);
 }
 
 TEST_F(ReaderTest, NoiseIsDifferentBytesOfTheSameNumber)
