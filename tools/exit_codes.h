@@ -31,7 +31,7 @@ inline constexpr std::array<ExitRow, 9> exitTable{{
     {Exit::noCard, "no-card", "no card, or it was pulled out on the way"},
     {Exit::noAnswer, "no-answer", "no usable answer came from the reader (silence, rubbish, line gone)"},
     {Exit::readerError, "reader-error", "the reader answered with an error status"},
-    {Exit::system, "system", "the system refused what the tool needs (memory, a thread)"},
+    {Exit::system, "system", "the system refused what the tool needs (memory, a thread, a file)"},
     {Exit::cancelled, "cancelled", "cancelled by Ctrl-C (143: by SIGTERM, 129: by SIGHUP)"},
 }};
 

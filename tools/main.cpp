@@ -1,5 +1,10 @@
 // qvreader: power a card up, send it commands, show what it answers.
+#include "codes.h"
 #include "console.h"
+#include "device.h"
+#include "doctor.h"
+#include "json.h"
+#include "log_switch.h"
 #include "options.h"
 #include "port.h"
 #include "report.h"
@@ -40,8 +45,73 @@ std::optional<Failure> converse(Session &session, Report &report)
     return std::nullopt;
 }
 
+Outcome explainAll(const Options &options)
+{
+    Outcome outcome;
+    cJSON *pList = cJSON_AddArrayToObject(outcome.json.get(), "codes");
+    for (const std::string &sCode : options.codes) {
+        const Explanation explanation = explain(sCode);
+        if (!explanation.bNumber) {
+            outcome.failure =
+                Failure{Exit::usage, "\"" + sCode + "\" is no code: write -56, 0x1005 or 6A82", std::nullopt};
+            return outcome;
+        }
+        cJSON *pItem = appendObject(pList);
+        addText(pItem, "code", sCode);
+        cJSON *pMeanings = cJSON_AddArrayToObject(pItem, "meanings");
+        outcome.sLines += sCode + (explanation.meanings.empty() ? ": nothing is known about this code\n" : "\n");
+        for (const Meaning &meaning : explanation.meanings) {
+            outcome.sLines += "  " + meaning.sReading + "  " + meaning.sText + "  [" + meaning.sSet + "]\n";
+            cJSON *pMeaning = appendObject(pMeanings);
+            addText(pMeaning, "reading", meaning.sReading);
+            addText(pMeaning, "set", meaning.sSet);
+            addText(pMeaning, "meaning", meaning.sText);
+        }
+    }
+    return outcome;
+}
+
+void runWithReader(const Options &options, Console &console, Outcome &outcome)
+{
+    Port port;
+    Watch watch(console, [&port] { port.restoreSettings(); });
+    std::optional<Trace> trace;
+    if (options.bTrace)
+        trace.emplace(console);
+    Session session(options, port, watch);
+    if (options.command == Command::doctor)
+        examine(options, port, watch, outcome);
+    else
+        driveDevice(options, port, watch, session, outcome);
+    session.close();
+}
+
+// Commands that need no card.
+int runWithoutCard(const Options &options)
+{
+    Console console;
+    Outcome outcome;
+    if (options.command == Command::explain)
+        outcome = explainAll(options);
+    else if (options.command == Command::log)
+        outcome = switchLog(options);
+    else
+        runWithReader(options, console, outcome);
+    if (options.bJson) {
+        addText(outcome.json.get(), "command", commandName(options.command));
+        print(outcome.document());
+    } else {
+        print(outcome.sLines);
+    }
+    if (outcome.failure)
+        console.line("qvreader: " + outcome.failure->sText);
+    return outcome.exitCode();
+}
+
 int run(const Options &options)
 {
+    if (options.command != Command::atr && options.command != Command::apdu)
+        return runWithoutCard(options);
     Report report;
     report.options = options;
     Console console;

@@ -9,12 +9,19 @@
 
 namespace qvtool {
 
-enum class Command { atr, apdu };
+enum class Command { atr, apdu, present, info, detect, led, beep, reset, explain, log, doctor };
+
+const char *commandName(Command command);
 
 struct Options {
     Command command = Command::atr;
     std::vector<Bytes> apdus;
     bool bDecodeAtr = false;
+    std::vector<int> numbers;       // of led and beep
+    std::optional<int> nKind;       // of detect: request byte
+    std::vector<std::string> codes; // of explain
+    std::string sLogAction;         // "on", "off", "show", "tail"
+    int nLogLines = 20;
 
     std::string sPort;
     int nBaud = 9600;

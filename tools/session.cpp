@@ -63,7 +63,6 @@ std::optional<Failure> Session::cancelled() const
     return Failure{static_cast<Exit>(signalExit(m_watch.signal())), "cancelled", std::nullopt};
 }
 
-// What a negative result of an exchange means for the user.
 Failure Session::failed(const std::string &sDoing, int32_t nResult)
 {
     if (std::optional<Failure> cancel = cancelled())

@@ -41,8 +41,10 @@ class Session {
     // Powers the card down and closes the port; whatever fails here changes nothing any more.
     void close();
 
-  private:
+    // What a negative result of an exchange means for the user.
     Failure failed(const std::string &sDoing, int32_t nResult);
+
+  private:
     std::optional<Failure> cancelled() const;
     void powerDown();
 
