@@ -1,0 +1,273 @@
+// exchange.cpp - what one APDU exchange costs over the bytes that it moves.
+//
+// A reader that answers at once sits on a pseudo-terminal, in a process of its own, pinned to the same CPU as the host.
+// In turn a round of library calls and a round of bare write and read with the same bytes: the best round of each
+// counts, so that what the machine does besides does not. The library is loaded from a folder of its own, without an INI
+// file and then with one that says 0.
+
+#include "qvreader/icreader.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <sched.h>
+#include <stdexcept>
+#include <string>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <system_error>
+#include <termios.h>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+using Clock = std::chrono::steady_clock;
+
+constexpr int nRounds = 500;
+constexpr int nExchanges = 50; // in a round
+constexpr size_t nCommand = 20, nReply = 100;
+constexpr uint8_t ucEnd = 0x03;
+
+int checked(int nResult, const char *pszWhat)
+{
+    if (nResult < 0)
+        throw std::system_error(errno, std::generic_category(), pszWhat);
+    return nResult;
+}
+
+void pinToOneCpu()
+{
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    CPU_SET(0, &set);
+    checked(sched_setaffinity(0, sizeof set, &set), "sched_setaffinity");
+}
+
+void addHalves(Bytes &frame, uint8_t uc)
+{
+    frame.push_back(static_cast<uint8_t>(0x30 + (uc >> 4)));
+    frame.push_back(static_cast<uint8_t>(0x30 + (uc & 15)));
+}
+
+Bytes makeFrame(const Bytes &data)
+{
+    Bytes frame{0x02};
+    uint8_t ucLrc = 0;
+    addHalves(frame, static_cast<uint8_t>(data.size() >> 8));
+    addHalves(frame, static_cast<uint8_t>(data.size()));
+    for (uint8_t uc : data) {
+        addHalves(frame, uc);
+        ucLrc ^= uc;
+    }
+    addHalves(frame, ucLrc);
+    frame.push_back(ucEnd);
+    return frame;
+}
+
+Bytes makeCommand()
+{
+    Bytes command(nCommand, 0x11);
+    command[4] = nCommand - 5;
+    return command;
+}
+
+Bytes makeReplyFrame()
+{
+    Bytes reply(2 + nReply, 0x22); // status word 0000 and the R-APDU
+    reply[0] = reply[1] = 0;
+    reply[nReply] = 0x90;
+    reply[nReply + 1] = 0x00;
+    return makeFrame(reply);
+}
+
+void writeAll(int nFd, const Bytes &data)
+{
+    if (write(nFd, data.data(), data.size()) != static_cast<ssize_t>(data.size()))
+        throw std::system_error(errno, std::generic_category(), "write");
+}
+
+// Reads until an end byte has come.
+bool readFrame(int nFd)
+{
+    std::array<uint8_t, 4096> buf;
+    for (;;) {
+        ssize_t n = read(nFd, buf.data(), buf.size());
+        if (n < 0)
+            return false;
+        if (n > 0 && buf[static_cast<size_t>(n) - 1] == ucEnd)
+            return true;
+    }
+}
+
+// The reader: a child process that answers every frame with the same reply.
+class Reader {
+  public:
+    Reader()
+    {
+        m_nMaster = checked(posix_openpt(O_RDWR | O_NOCTTY), "posix_openpt");
+        checked(grantpt(m_nMaster), "grantpt");
+        checked(unlockpt(m_nMaster), "unlockpt");
+        m_sPath = ptsname(m_nMaster);
+        m_nSlave = checked(open(m_sPath.c_str(), O_RDWR | O_NOCTTY), "open pty");
+        termios raw{};
+        tcgetattr(m_nSlave, &raw);
+        cfmakeraw(&raw);
+        tcsetattr(m_nSlave, TCSANOW, &raw);
+        m_nChild = checked(fork(), "fork");
+        if (m_nChild == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
+            const Bytes reply = makeReplyFrame();
+            while (readFrame(m_nMaster))
+                writeAll(m_nMaster, reply);
+            _exit(0);
+        }
+    }
+    ~Reader()
+    {
+        kill(m_nChild, SIGKILL);
+        waitpid(m_nChild, nullptr, 0);
+        close(m_nSlave);
+        close(m_nMaster);
+    }
+    Reader(const Reader &) = delete;
+    Reader &operator=(const Reader &) = delete;
+    const std::string &path() const { return m_sPath; }
+
+  private:
+    int m_nMaster = -1, m_nSlave = -1;
+    pid_t m_nChild = -1;
+    std::string m_sPath;
+};
+
+// A private copy of the library, so that the INI file beside it is ours.
+class Library {
+  public:
+    explicit Library(const std::string &sFile)
+    {
+        std::string sDir = (std::filesystem::temp_directory_path() / "qvbench-XXXXXX").string();
+        if (mkdtemp(sDir.data()) == nullptr)
+            throw std::system_error(errno, std::generic_category(), "mkdtemp");
+        m_dir = sDir;
+        std::filesystem::copy_file(std::filesystem::canonical(sFile), m_dir / "libqvreader.so.1");
+        m_pHandle = dlopen((m_dir / "libqvreader.so.1").c_str(), RTLD_NOW | RTLD_LOCAL);
+        if (m_pHandle == nullptr)
+            throw std::runtime_error(dlerror());
+    }
+    ~Library()
+    {
+        dlclose(m_pHandle);
+        std::filesystem::remove_all(m_dir);
+    }
+    Library(const Library &) = delete;
+    Library &operator=(const Library &) = delete;
+
+    template <typename Function> Function *find(const char *pszName) const
+    {
+        void *p = dlsym(m_pHandle, pszName);
+        if (p == nullptr)
+            throw std::runtime_error(dlerror());
+        return reinterpret_cast<Function *>(p);
+    }
+    void writeIni() const { std::ofstream(m_dir / "QVConfig.ini") << "[QuorvanLog]\nLogFlag=0\n"; }
+
+  private:
+    std::filesystem::path m_dir;
+    void *m_pHandle = nullptr;
+};
+
+template <typename Step> double microsPerExchange(Step step)
+{
+    const auto start = Clock::now();
+    for (int i = 0; i < nExchanges; ++i)
+        step();
+    return std::chrono::duration<double, std::micro>(Clock::now() - start).count() / nExchanges;
+}
+
+struct Best {
+    double nLibrary = std::numeric_limits<double>::max();
+    double nBare = std::numeric_limits<double>::max();
+};
+
+Best measure(const Library &library, const Reader &reader)
+{
+    const auto openPort = library.find<decltype(Dev_Rdz_Ic_OpenPort)>("Dev_Rdz_Ic_OpenPort");
+    const auto closePort = library.find<decltype(Dev_Rdz_Ic_ClosePort)>("Dev_Rdz_Ic_ClosePort");
+    const auto visit = library.find<decltype(ICC_CardCmdVisitCOS)>("ICC_CardCmdVisitCOS");
+    const auto setTimeOut = library.find<decltype(COMM_Rdz_ChageReadTimeOut)>("COMM_Rdz_ChageReadTimeOut");
+
+    if (openPort(reader.path().c_str(), nullptr, 0, 0, 115200) != 0)
+        throw std::runtime_error("the library cannot open the reader");
+    setTimeOut(30);
+    const int nFd = checked(open(reader.path().c_str(), O_RDWR | O_NOCTTY), "open pty");
+
+    const Bytes command = makeCommand();
+    Bytes framed{0x32, 0x26, 0x00};
+    framed.insert(framed.end(), command.begin(), command.end());
+    const Bytes commandFrame = makeFrame(framed);
+    std::array<uint8_t, 1024> response;
+
+    Best best;
+    for (int i = 0; i < nRounds; ++i) {
+        best.nLibrary = std::min(best.nLibrary, microsPerExchange([&] {
+                                     uint32_t nLen = 0;
+                                     if (visit(command.data(), nCommand, response.data(), &nLen) != 0 || nLen != nReply)
+                                         throw std::runtime_error("an exchange failed");
+                                 }));
+        best.nBare = std::min(best.nBare, microsPerExchange([&] {
+                                  writeAll(nFd, commandFrame);
+                                  if (!readFrame(nFd))
+                                      throw std::runtime_error("a bare exchange failed");
+                              }));
+        setTimeOut(30);
+    }
+    close(nFd);
+    closePort();
+    return best;
+}
+
+void report(const char *pszCase, const Best &best, double nLimit, bool &bWithin)
+{
+    const double nAdded = best.nLibrary - best.nBare;
+    std::printf("%-22s %10.1f %12.1f %10.1f %8.0f%s\n", pszCase, best.nLibrary, best.nBare, nAdded, nLimit,
+                nAdded > nLimit ? "  above" : "");
+    bWithin = bWithin && nAdded <= nLimit;
+}
+
+} // namespace
+
+// bench_exchange LIBRARY: exit code 1 when the library adds more than its limit.
+int main(int nArgs, char **ppArgs)
+{
+    if (nArgs != 2) {
+        std::fprintf(stderr, "usage: bench_exchange LIBRARY\n");
+        return 2;
+    }
+    try {
+        pinToOneCpu();
+        const Reader reader;
+        const Library library(ppArgs[1]);
+        bool bWithin = true;
+        std::printf("one exchange, %zu bytes out and %zu in, best of %d rounds of %d, microseconds\n", nCommand, nReply,
+                    nRounds, nExchanges);
+        std::printf("%-22s %10s %12s %10s %8s\n", "case", "qvreader", "write+read", "added", "limit");
+        report("no INI file", measure(library, reader), 30, bWithin);
+        library.writeIni();
+        report("INI file says 0", measure(library, reader), 60, bWithin);
+        return bWithin ? 0 : 1;
+    } catch (const std::exception &failure) {
+        std::fprintf(stderr, "bench_exchange: %s\n", failure.what());
+        return 2;
+    }
+}

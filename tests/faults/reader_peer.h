@@ -1,0 +1,48 @@
+// reader_peer.h - a reader on a pseudo-terminal that answers each command it knows, however often it comes.
+//
+// The reader keeps the tty's other end open, so that its settings can be compared, and says when the line is quiet, so
+// that one conversation's late bytes never reach the next.
+#pragma once
+
+#include "harness.h"
+
+#include <map>
+#include <mutex>
+#include <string>
+#include <termios.h>
+#include <thread>
+
+namespace qvtest {
+
+class ReaderPeer {
+  public:
+    ReaderPeer();
+    ~ReaderPeer();
+    ReaderPeer(const ReaderPeer &) = delete;
+    ReaderPeer &operator=(const ReaderPeer &) = delete;
+
+    const std::string &path() const { return m_sPath; }
+    // The answer to a command frame, both in hexadecimal. Before the first conversation.
+    void answer(const std::string &sCommand, const std::string &sReply) { m_answers[sCommand] = bytes(sReply); }
+
+    // Waits until nothing is on the line in either direction (at most 5 s). The bytes that came since the last call.
+    std::string settle();
+
+    termios settings() const;
+    void restore(const termios &settings) const;
+
+  private:
+    void run();
+
+    int m_nMaster = -1;
+    int m_nSlave = -1;
+    int m_nStopPipe[2] = {-1, -1};
+    std::string m_sPath;
+    std::map<std::string, Bytes> m_answers;
+    std::mutex m_guard;
+    Bytes m_received; // since the last settle()
+    Bytes m_pending;  // not yet a whole frame
+    std::thread m_thread;
+};
+
+} // namespace qvtest
