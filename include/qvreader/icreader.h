@@ -31,7 +31,7 @@ typedef struct {
 
 /* State of the open reader. */
 typedef struct {
-    int32_t nReaderMode; /* 0: driven by this library; any other: every call that talks to the reader gives -50 */
+    int32_t nReaderMode; /* 0: driven by this library; any other: COMM_Icc_ calls that talk to the reader give -50 */
     int32_t nTimeOut;    /* read time-out of the open record, seconds */
     int32_t nCardSlot;   /* current slot */
 } IcCardReader;
@@ -242,7 +242,7 @@ QV_API int32_t Dev_Rdz_Ic_SendCommandOnly(const char *cardType, uint32_t cmdLen,
 QV_API int32_t Dev_Rdz_Ic_SendCommandDirect(const char *port, const uint8_t *boxPort, int32_t baud, uint32_t cmdLen,
                                             const uint8_t *cmd, uint32_t *ioLen, uint8_t *out) QV_NOEXCEPT;
 
-/* The same on a port that is open, within the time-out that is left and up to the end byte in force. */
+/* The same on a port that is open, within the time-out that is left and up to the end byte in force. -54 null cmd. */
 QV_API int32_t Dev_Rdz_Ic_SendCommandOnlyDirect(uint32_t cmdLen, const uint8_t *cmd, uint32_t *ioLen,
                                                 uint8_t *out) QV_NOEXCEPT;
 
@@ -253,7 +253,7 @@ QV_API int32_t Dev_Rdz_Ic_SendCommandeOnly(const char *cardType, uint32_t cmdLen
 
 /* ---- card detection ------------------------------------------------------------------------------------------ */
 
-/* Asks the reader which card is present. nTimeOut: seconds that the reader waits, 16 bits.
+/* Asks the reader which card is present, in any reader mode. nTimeOut: seconds that the reader waits, 16 bits.
  * 0 contact card or identity card; 1 contactless card; 2 magnetic card; -1 unknown; the exchange's codes. */
 QV_API int32_t ICC_RDZ73xxCHECKCARD(uint32_t nTimeOut) QV_NOEXCEPT;
 
@@ -307,7 +307,7 @@ QV_API int32_t COMM_Icc_SetBeepStatus(int32_t d, uint8_t n) QV_NOEXCEPT;
  * null; -50 other reader mode. */
 QV_API int32_t COMM_Icc_GetDeviceInfo(uint8_t *out) QV_NOEXCEPT;
 
-/* Resets the reader's card module; nothing is read. 0; -1 not sent. */
+/* Resets the reader's card module, in any reader mode; nothing is read. 0; -1 not sent. */
 QV_API int32_t COMM_IC_MulModuleReset(void) QV_NOEXCEPT;
 
 QV_END_DECLS

@@ -126,7 +126,7 @@ int32_t Dev_Rdz_Ic_SendCommandDirect(const char *port, const uint8_t *boxPort, i
 
 int32_t Dev_Rdz_Ic_SendCommandOnlyDirect(uint32_t cmdLen, const uint8_t *cmd, uint32_t *ioLen, uint8_t *out) noexcept
 {
-    if (cmd == nullptr || ioLen == nullptr || out == nullptr)
+    if (ioLen == nullptr || out == nullptr)
         return RET_PUB_INVAL_PARAM;
     return exchangeRaw(cmdLen, cmd, ioLen, out);
 }

@@ -377,7 +377,7 @@ TEST_F(DeviceAnswer, AFailedReadIsAnErrorObject)
     EXPECT_EQ(stBackUpParam.pfnEndCondition, &DefaultEndCondition);
     takeLog();
     EXPECT_TRUE(logged({"DEV_CommCall Start", "outJson = " + std::string(pszFailure) + ", *outlen = 60, nRet = -1"}));
-    EXPECT_NE(rawLog().find("GetDeviceInfo Failed, nRetVal = -"), std::string::npos);
+    EXPECT_NE(rawLog().find("INFO:    CommDev:  GetDeviceInfo Failed, nRetVal = -55\n\r\n"), std::string::npos);
 }
 
 TEST_F(DeviceAnswer, WhereNothingCanBeWrittenNothingIsSaid)
@@ -425,6 +425,7 @@ TEST_F(DeviceAnswer, ASuccessIsLogged)
     EXPECT_TRUE(
         logged({"initDriver", "DEV_CommCall Start", "[Dev_Rdz_Ic_OpenPort] Start ", "===>[Dev_Rdz_Ic_ClosePort] Start ",
                 "outJson = " + sAnswer + ", *outlen = " + std::to_string(sAnswer.size()) + ", nRet = 0"}));
+    EXPECT_TRUE(logged({"version2=5.06.07.08"}));
     EXPECT_FALSE(logged({"tl900"}));
     const std::string sLog = rawLog();
     for (const char *pszText : {"DEV_CommCall Start", "outJson = "}) {
@@ -454,6 +455,7 @@ TEST_F(DeviceAnswer, OneModelsMacIsLoggedOnly)
         EXPECT_EQ(answerTo(record), answerText("1.02.03.04", "2024.3.15", "SN00012345", pszModel));
         takeLog();
         EXPECT_FALSE(logged({"tl900"}));
+        EXPECT_TRUE(logged({"szMac=FFFFFFFFFFFF"}));
         EXPECT_EQ(rawLog().find("szMac=0123456789AB"), std::string::npos);
         logOff();
     }

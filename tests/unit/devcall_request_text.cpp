@@ -62,6 +62,13 @@ TEST(StringMember, MustBeAString)
     }
 }
 
+TEST(StringMember, IsFoundWhateverTheCaseOfItsName)
+{
+    std::string sOut(8, '\x15');
+    EXPECT_EQ(func_GetStringFromJson(R"({"KEY":"a"})", "key", sOut.data()), 0);
+    EXPECT_STREQ(sOut.c_str(), "a");
+}
+
 TEST(StringMember, MustBeThere)
 {
     for (const char *pszJson :

@@ -294,6 +294,14 @@ TEST_F(Peripherals, AnotherReaderModeIsRefused)
 
 // ---- module reset -------------------------------------------------------------------------------------------------
 
+TEST_F(Peripherals, AModuleResetGoesOutInAnyReaderMode)
+{
+    stCardReader.nReaderMode = 1;
+    m_peer->expect("1B 30");
+    EXPECT_EQ(COMM_IC_MulModuleReset(), 0);
+    m_peer->finish();
+}
+
 TEST_F(Peripherals, AModuleResetIsTwoBareBytesAndReadsNothing)
 {
     stRDZ73xx.gStatus = 0x1234;

@@ -385,7 +385,10 @@ TEST_F(SendCommand, OnAnOpenPortNullIsNotSent)
     open();
     EXPECT_NE(Dev_Rdz_Ic_SendCommandOnly("1", 5, nullptr, &m_nOut, m_out.data()), 0);
     m_nOut = 5;
-    EXPECT_LT(Dev_Rdz_Ic_SendCommandOnlyDirect(5, nullptr, &m_nOut, m_out.data()), 0);
+    stRDZ73xx.gStatus = 0x1234;
+    EXPECT_EQ(Dev_Rdz_Ic_SendCommandOnlyDirect(5, nullptr, &m_nOut, m_out.data()), -54);
+    EXPECT_EQ(stRDZ73xx.gStatus, 0U);
+    EXPECT_EQ(m_nOut, 5U);
     EXPECT_EQ(m_peer->wire(), "");
 }
 

@@ -160,6 +160,8 @@ TEST_F(Slots, InAnotherReaderModeASlotHasStatusZero)
     stCardReader.nReaderMode = 1;
     EXPECT_EQ(COMM_Icc_CardReaderCheckSloct(0), 0);
     EXPECT_EQ(COMM_Icc_CardReaderCheckSloct(99), 0);
+    EXPECT_EQ(COMM_Icc_RdzCheckCardIsInSlot(0), -50);
+    EXPECT_EQ(COMM_Icc_RdzCheckCardIsInSlot(99), -50);
     EXPECT_EQ(m_peer->wire(), "");
 }
 
