@@ -19,3 +19,7 @@ write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/qvreaderConfigVersi
                                  COMPATIBILITY SameMajorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/qvreaderConfig.cmake ${CMAKE_CURRENT_BINARY_DIR}/qvreaderConfigVersion.cmake
         DESTINATION ${sPackageDir})
+
+# The rule that lets whoever sits at the machine use USB readers. Relative to the prefix: udev reads /usr/lib and
+# /usr/local/lib.
+install(FILES ${PROJECT_BINARY_DIR}/generated/70-qvreader.rules DESTINATION lib/udev/rules.d)

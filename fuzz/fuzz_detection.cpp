@@ -43,7 +43,7 @@ void checkBody(std::span<const uint8_t> body, int32_t nRet, uint32_t nKind, cons
     QV_HOLDS(nKind == ucKind);
     std::string sText;
     if (ucKind == ucMagnetic)
-        sText.assign(body.begin() + 1, std::find(body.begin() + 1, body.end(), uint8_t{0}));
+        sText.assign(body.begin() + 1, body.end());
     const size_t nAt = sText.find('|');
     const std::string sAfter = nAt == sText.npos ? "" : sText.substr(nAt + 1);
     checkTrack(track2, bTrack2 && nAt != sText.npos, std::string_view(sText).substr(0, nAt));

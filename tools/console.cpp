@@ -13,9 +13,17 @@ constexpr std::string_view sRewrite = "\r\033[K"; // to the line's start, and em
 
 Console::Console() : m_bTerminal(isatty(STDERR_FILENO) == 1) {}
 
+Console::~Console()
+{
+    release();
+}
+
 void Console::put(std::string_view sText)
 {
-    std::fwrite(sText.data(), 1, sText.size(), stderr);
+    if (m_bHold)
+        m_sHeld += sText;
+    else
+        std::fwrite(sText.data(), 1, sText.size(), stderr);
 }
 
 void Console::clearStatus()
@@ -27,16 +35,37 @@ void Console::clearStatus()
 
 void Console::line(std::string_view sText)
 {
+    text(std::string(sText) + "\n");
+}
+
+void Console::text(std::string_view sText)
+{
     std::scoped_lock lock(m_guard);
     clearStatus();
-    put(std::string(sText) + "\n");
+    put(sText);
+    std::fflush(stderr);
+}
+
+void Console::hold()
+{
+    std::scoped_lock lock(m_guard);
+    clearStatus();
+    m_bHold = true;
+}
+
+void Console::release()
+{
+    std::scoped_lock lock(m_guard);
+    m_bHold = false;
+    put(m_sHeld);
+    m_sHeld.clear();
     std::fflush(stderr);
 }
 
 void Console::status(std::string_view sText)
 {
     std::scoped_lock lock(m_guard);
-    if (!m_bTerminal)
+    if (!m_bTerminal || m_bHold)
         return;
     clearStatus();
     if (!sText.empty()) {

@@ -4,6 +4,7 @@
 // two bytes. Card frames stand between 02 and 03, peripheral frames between 01 and 04.
 #include "decode.h"
 
+#include "command_words.h"
 #include "texts.h"
 
 #include <algorithm>
@@ -20,7 +21,8 @@ struct FrameKind {
     const char *pszName;
 };
 
-constexpr std::array<FrameKind, 2> frameKinds{{{0x02, 0x03, "card frame"}, {0x01, 0x04, "peripheral frame"}}};
+constexpr std::array<FrameKind, 2> frameKinds{
+    {{ucCardHead, 0x03, "card frame"}, {ucPeripheralHead, 0x04, "peripheral frame"}}};
 constexpr uint8_t ucEscape = 0x1B;
 
 const FrameKind *kindOfHead(uint8_t ucHead)
@@ -29,6 +31,11 @@ const FrameKind *kindOfHead(uint8_t ucHead)
         if (kind.ucHead == ucHead)
             return &kind;
     return nullptr;
+}
+
+std::string countText(size_t nCount, const char *pszOne)
+{
+    return std::to_string(nCount) + " " + pszOne + (nCount == 1 ? "" : "s");
 }
 
 // ---- frames
@@ -75,92 +82,18 @@ Frame openFrame(BytesView whole)
     if (ucCheck != bytes.back())
         frame.sFault = "LRC wrong";
     else if (nDeclared != frame.data.size())
-        frame.sFault = "declares " + std::to_string(nDeclared) + " bytes, holds " + std::to_string(frame.data.size());
+        frame.sFault = "declares " + countText(nDeclared, "byte") + ", holds " + std::to_string(frame.data.size());
     return frame;
-}
-
-// ---- commands
-
-uint32_t bigEndian(uint8_t ucHigh, uint8_t ucLow)
-{
-    return static_cast<uint32_t>(ucHigh) << 8 | ucLow;
-}
-
-std::string waitText(uint8_t ucHigh, uint8_t ucLow)
-{
-    uint32_t nWait = bigEndian(ucHigh, ucLow);
-    return nWait == 0 ? ", does not wait" : ", waits " + std::to_string(nWait) + " ms";
-}
-
-std::string statusCommand(BytesView data)
-{
-    return "card status of " + slotText(data[2]);
-}
-
-std::string powerOn(BytesView data)
-{
-    return "power on " + slotText(data[4]) + waitText(data[2], data[3]);
-}
-
-std::string powerOff(BytesView data)
-{
-    return "power off " + slotText(data[2]);
-}
-
-std::string powerOnContactless(BytesView data)
-{
-    return "power on " + slotText(255) + waitText(data[2], data[3]);
-}
-
-std::string powerOffContactless(BytesView)
-{
-    return "power off " + slotText(255);
-}
-
-std::string apdu(BytesView data)
-{
-    return "APDU to " + slotText(data[2]) + ": " + spacedHex(data.subspan(3));
-}
-
-std::string detect(BytesView data)
-{
-    return "which card is present" + waitText(data[2], data[3]);
-}
-
-struct CommandRow {
-    uint8_t ucGroup;
-    uint8_t ucCode;
-    size_t nLeast; // bytes, group and code included
-    std::string (*pfnMeaning)(BytesView data);
-};
-
-constexpr std::array<CommandRow, 8> commandTable{{
-    {0x32, 0x21, 3, statusCommand},
-    {0x32, 0x22, 5, powerOn},
-    {0x32, 0x23, 3, powerOff},
-    {0x32, 0x24, 4, powerOnContactless},
-    {0x32, 0x25, 4, powerOffContactless},
-    {0x32, 0x26, 3, apdu},
-    {0x32, 0x30, 4, detect},
-    {0x32, 0x32, 4, detect},
-}};
-
-std::string commandData(BytesView data)
-{
-    for (const CommandRow &row : commandTable)
-        if (data.size() >= row.nLeast && data[0] == row.ucGroup && data[1] == row.ucCode)
-            return row.pfnMeaning(data);
-    return data.empty() ? "no data" : "data " + spacedHex(data);
 }
 
 // ---- escape sequences
 
 struct EscapeRow {
-    const char *pszTail; // behind 1B
+    const char *pszTail; // behind 1B; # stands for a number, @ for a letter
     const char *pszMeaning;
 };
 
-constexpr std::array<EscapeRow, 11> escapeTable{{
+constexpr std::array<EscapeRow, 28> escapeTable{{
     {"%I1", "line speed 115200"},
     {"%I2", "line speed 38400"},
     {"%I3", "line speed 19200"},
@@ -172,41 +105,79 @@ constexpr std::array<EscapeRow, 11> escapeTable{{
     {"$I4", "switch box: line at 9600"},
     {"$B", "switch box: release the port"},
     {"0", "module reset"},
+    {"[2h", "terminal: keep the screen out of it"},
+    {"[2l", "terminal: release the screen"},
+    {"!#;0;0;0@", "terminal: aux port and speed"},
+    {"[/54l", "terminal: aux port set-up"},
+    {"[/53h", "terminal: aux port set-up"},
+    {"[/50h", "terminal: aux port on"},
+    {"[/50l", "terminal: aux port off"},
+    {"[/51h", "terminal: what follows is for the reader"},
+    {"[/51l", "terminal: end of what is for the reader"},
+    {"[#>", "terminal: aux port on"},
+    {"[<", "terminal: aux port off"},
+    {"[/#;1;#;3;1;0M", "terminal: aux port on"},
+    {"[/|", "terminal: what follows is for the reader"},
+    {"[/M", "terminal: aux port off"},
+    {"!#;1m", "terminal: aux port"},
+    {"!b", "terminal: aux port on"},
+    {"!P", "terminal: aux port off"},
 }};
+constexpr std::string_view sEndMark =
+    "|"; // that ends what is for the reader, at the terminals that begin it with ESC [/|
+
+// How many characters of sTail the pattern takes, 0: it does not fit.
+size_t fitting(std::string_view sPattern, std::string_view sTail)
+{
+    size_t nAt = 0;
+    for (char c : sPattern) {
+        const size_t nBefore = nAt;
+        if (c == '#')
+            while (nAt < sTail.size() && sTail[nAt] >= '0' && sTail[nAt] <= '9')
+                ++nAt;
+        else if (nAt < sTail.size() && (c == '@' ? sTail[nAt] >= 'A' && sTail[nAt] <= 'Z' : sTail[nAt] == c))
+            ++nAt;
+        if (nAt == nBefore)
+            return 0;
+    }
+    return nAt;
+}
 
 // ---- one piece of what is sent
 
 struct Piece {
     size_t nLength;
     std::string sMeaning;
+    Frame frame; // without a kind: the piece is none
 };
 
 Piece zeros(BytesView sent)
 {
     auto it = std::find_if(sent.begin(), sent.end(), [](uint8_t uc) { return uc != 0; });
     size_t nCount = static_cast<size_t>(it - sent.begin());
-    return {nCount, "wake-up, " + std::to_string(nCount) + " zero bytes"};
+    return {nCount, "wake-up, " + countText(nCount, "zero byte"), {}};
 }
 
 Piece escape(BytesView sent)
 {
     std::string sTail(sent.begin() + 1, sent.end());
     for (const EscapeRow &row : escapeTable)
-        if (sTail.starts_with(row.pszTail))
-            return {1 + std::string_view(row.pszTail).size(), row.pszMeaning};
-    return {sent.size(), "unknown escape sequence"};
+        if (const size_t nLength = fitting(row.pszTail, sTail); nLength > 0)
+            return {1 + nLength, row.pszMeaning, {}};
+    return {sent.size(), "unknown escape sequence", {}};
 }
 
 Piece frameCommand(BytesView sent, const FrameKind &kind)
 {
     auto end = std::find(sent.begin(), sent.end(), kind.ucEnd);
     if (end == sent.end())
-        return {sent.size(), std::string(kind.pszName) + " without its end byte"};
+        return {sent.size(), std::string(kind.pszName) + " without its end byte", {}};
     size_t nLength = static_cast<size_t>(end - sent.begin()) + 1;
     Frame frame = openFrame(sent.first(nLength));
     if (!frame.sFault.empty())
-        return {nLength, std::string(kind.pszName) + ", " + frame.sFault};
-    return {nLength, std::string(kind.pszName) + ", " + commandData(frame.data)};
+        return {nLength, std::string(kind.pszName) + ", " + frame.sFault, {}};
+    std::string sMeaning = std::string(kind.pszName) + ", " + commandWords(kind.ucHead, frame.data);
+    return {nLength, std::move(sMeaning), std::move(frame)};
 }
 
 Piece firstPiece(BytesView sent)
@@ -217,12 +188,15 @@ Piece firstPiece(BytesView sent)
         return escape(sent);
     if (const FrameKind *pKind = kindOfHead(sent[0]); pKind != nullptr)
         return frameCommand(sent, *pKind);
-    return {sent.size(), "no frame"};
+    if (std::equal(sent.begin(), sent.end(), sEndMark.begin(), sEndMark.end()))
+        return {sent.size(), "terminal: end of what is for the reader", {}};
+    return {sent.size(), "no frame", {}};
 }
 
 // ---- replies
 
-std::string replyMeaning(BytesView whole)
+// asked: the frame that went out last.
+std::string replyMeaning(BytesView whole, uint8_t ucAskedHead, BytesView asked)
 {
     Frame frame = openFrame(whole);
     std::string sName = frame.pKind->pszName;
@@ -230,13 +204,15 @@ std::string replyMeaning(BytesView whole)
         return sName + ", " + frame.sFault;
     if (frame.data.size() < 2)
         return sName + ", too short for a status word";
-    uint32_t nStatus = bigEndian(frame.data[0], frame.data[1]);
+    uint32_t nStatus = static_cast<uint32_t>(frame.data[0]) << 8 | frame.data[1];
     BytesView body = BytesView(frame.data).subspan(2);
     std::string sKnown = readerStatusText(nStatus);
     std::string sText = sName + ", status " + hexWord(nStatus) + (sKnown.empty() ? "" : " (" + sKnown + ")");
     if (body.empty())
         return sText + ", no body";
-    return sText + ", body " + std::to_string(body.size()) + " bytes: " + spacedHex(body);
+    sText += ", body " + countText(body.size(), "byte") + ": " + spacedHex(body);
+    const std::string sWords = frame.pKind->ucHead == ucAskedHead ? bodyWords(ucAskedHead, asked, body) : std::string();
+    return sWords.empty() ? sText : sText + " (" + sWords + ")";
 }
 
 } // namespace
@@ -252,6 +228,18 @@ std::string commandMeaning(BytesView sent)
     return sText;
 }
 
+void ReplyCutter::expect(BytesView sent)
+{
+    while (!sent.empty()) {
+        Piece piece = firstPiece(sent);
+        if (piece.frame.pKind != nullptr) {
+            m_ucAskedHead = piece.frame.pKind->ucHead;
+            m_asked = std::move(piece.frame.data);
+        }
+        sent = sent.subspan(piece.nLength);
+    }
+}
+
 std::vector<ReplyCutter::Reply> ReplyCutter::feed(BytesView received)
 {
     m_pending.insert(m_pending.end(), received.begin(), received.end());
@@ -265,9 +253,9 @@ std::vector<ReplyCutter::Reply> ReplyCutter::feed(BytesView received)
         if (end == m_pending.end())
             return replies;
         size_t nBefore = static_cast<size_t>(head - m_pending.begin());
-        std::string sMeaning = replyMeaning(BytesView(head, end + 1));
+        std::string sMeaning = replyMeaning(BytesView(head, end + 1), m_ucAskedHead, m_asked);
         if (nBefore > 0)
-            sMeaning = std::to_string(nBefore) + " bytes before the frame; " + sMeaning;
+            sMeaning = countText(nBefore, "byte") + " before the frame; " + sMeaning;
         replies.push_back({Bytes(m_pending.begin(), end + 1), std::move(sMeaning)});
         m_pending.erase(m_pending.begin(), end + 1);
     }

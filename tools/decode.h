@@ -22,12 +22,16 @@ class ReplyCutter {
         std::string sMeaning;
     };
 
+    // Takes note of what went to the reader: the body of an answer is told by the command that it answers.
+    void expect(BytesView sent);
     // The replies that are complete with these bytes.
     std::vector<Reply> feed(BytesView received);
     // What came without becoming complete; empty data: nothing.
     Reply flush();
 
   private:
+    uint8_t m_ucAskedHead = 0; // of the frame that went out last, 0: none yet
+    Bytes m_asked;
     Bytes m_pending;
 };
 

@@ -17,6 +17,7 @@ struct DeviceRecord {
 };
 
 constexpr size_t nDeviceRecordSize = 86;
+constexpr size_t nLeastDeviceRecord = 80; // all but the MAC address, which most models do not have
 
 // record: at least nDeviceRecordSize bytes; what the reader did not send is 0.
 DeviceRecord decodeDeviceRecord(BytesView record);

@@ -1,16 +1,18 @@
-// library -> log -> port -> who holds it -> a sign of life at each speed. What comes later makes no sense without what
-// stands before it: the first failure ends the examination, apart from the log, which hinders nothing.
+// library -> log -> USB -> port -> who holds it -> a sign of life at each speed. What comes later makes no sense without
+// what stands before it: the first failure of the port ends the examination. The log hinders nothing, and readers on USB
+// only matter where the port is USB.
 #include "doctor.h"
 
+#include "channel.h"
+#include "holders.h"
+#include "line_tap.h"
 #include "log_switch.h"
-
-#include <qvreader/icreader.h>
+#include "usb_devices.h"
 
 #include <algorithm>
 #include <array>
 #include <filesystem>
 #include <fstream>
-#include <set>
 #include <unistd.h>
 
 namespace qvtool {
@@ -42,10 +44,19 @@ class Examination {
     void wrong(const char *pszName, const std::string &sText, const std::string &sAdvice, Exit nCode);
     void library();
     void log();
+    void usb();
+    void usbDevice(const UsbDevice &device);
+    void usbNodes(const UsbDevice &device);
+    void usbDriver(const UsbDevice &device);
+    void usbHolders(const UsbDevice &device);
     bool claim();
     void holders();
     void reader();
+    void readerAtAnySpeed();
     bool answersAt(int nBaud);
+    bool isCancelled();
+    // On USB it is wrong only where the port is USB.
+    void badUsb(const char *pszName, const std::string &sText, const std::string &sAdvice);
 
     const Options &m_options;
     Port &m_port;
@@ -97,80 +108,190 @@ void Examination::log()
     good("log file", place.sLogFile.empty() ? "none yet" : place.sLogFile);
 }
 
+void Examination::badUsb(const char *pszName, const std::string &sText, const std::string &sAdvice)
+{
+    if (m_options.channel() == Channel::usb)
+        wrong(pszName, sText, sAdvice, Exit::port);
+    else
+        tell(pszName, "note", sText, sAdvice);
+}
+
+void Examination::usb()
+{
+    const std::vector<UsbDevice> devices = usbReaders(m_options.usbId);
+    if (devices.empty() && m_options.channel() == Channel::usb)
+        wrong("usb", "no reader is on USB (looked for " + usbIdentitiesText(m_options.usbId) + ")",
+              "is it plugged in? lsusb shows all devices; another identity goes with --usb-id", Exit::port);
+    else if (devices.empty())
+        good("usb", "no reader is on USB");
+    for (const UsbDevice &device : devices)
+        usbDevice(device);
+}
+
+void Examination::usbDevice(const UsbDevice &device)
+{
+    good("usb", device.idText() + (device.sProduct.empty() ? "" : " \"" + device.sProduct + "\"") +
+                    " is plugged in at " + device.sPlace + " (bus " + std::to_string(device.nBus) + ", device " +
+                    std::to_string(device.nDevice) + "); --port HID");
+    usbNodes(device);
+    usbDriver(device);
+    usbHolders(device);
+}
+
+void Examination::usbNodes(const UsbDevice &device)
+{
+    if (mayOpen(device.sNode))
+        good("usb node", device.sNode + " may be opened");
+    else
+        badUsb("usb node", "no permission to open " + device.sNode, permissionAdvice(device.id));
+    for (const UsbInterface &interface : device.interfaces)
+        for (const std::string &sNode : interface.hidraws) {
+            const std::string sWhich = sNode + " (interface " + std::to_string(interface.nNumber) + ")";
+            if (mayOpen(sNode))
+                good("hid node", sWhich + " may be opened");
+            else
+                tell("hid node", "note",
+                     "no permission to open " + sWhich + "; only hosts that go through hidapi need it",
+                     permissionAdvice(device.id));
+        }
+    const UdevRule rule = udevRule(device.id);
+    if (rule.sFile.empty())
+        tell("udev", "note", "70-qvreader.rules is not installed", permissionAdvice(device.id));
+    else if (!rule.bNamesDevice)
+        tell("udev", "note", rule.sFile + " does not name " + device.idText(), permissionAdvice(device.id));
+    else
+        good("udev", rule.sFile + " names " + device.idText());
+}
+
+void Examination::usbDriver(const UsbDevice &device)
+{
+    const UsbInterface *pInterface = device.readerInterface();
+    if (pInterface == nullptr)
+        return badUsb("driver", "the device shows no interface", "plug it in anew");
+    const std::string sWhich = "interface " + std::to_string(pInterface->nNumber) + ", the reader's, ";
+    if (pInterface->sDriver == szHeldByProgram)
+        badUsb("driver", sWhich + "is held by a program", "end that program, or wait for it");
+    else if (pInterface->sDriver.empty() && pInterface->hidraws.empty())
+        tell("driver", "note", sWhich + "has no kernel driver: a program has taken it off",
+             "this hinders only hosts that go through hidapi: plug the reader in anew for those");
+    else
+        good("driver", sWhich + "has the kernel's " +
+                           (pInterface->sDriver.empty() ? "HID driver" : pInterface->sDriver) +
+                           "; the library takes it off");
+}
+
+void Examination::usbHolders(const UsbDevice &device)
+{
+    std::vector<std::string> nodes{device.sNode};
+    for (const UsbInterface &interface : device.interfaces)
+        nodes.insert(nodes.end(), interface.hidraws.begin(), interface.hidraws.end());
+    bool bAny = false;
+    for (const std::string &sNode : nodes)
+        for (const Holder &holder : holdersOf(sNode)) {
+            if (holder.bFarEnd)
+                continue;
+            tell("held by", "note", holder.sProgram + " has " + sNode + " open",
+                 "two programs on one reader disturb each other: end it");
+            bAny = true;
+        }
+    if (!bAny)
+        good("held by", geteuid() == 0 ? "nobody else" : "nobody else, as far as this user can see");
+}
+
 // Port::claim looks whether it is there, is a tty, may be opened, and is free.
 bool Examination::claim()
 {
     if (m_options.sPort.empty()) {
-        wrong("port", "no port was named", "give --port PATH (ls -l /dev/ttyS* /dev/ttyUSB* /dev/ttyACM*)", Exit::port);
+        wrong("port", "no port was named",
+              "give --port PATH (ls -l /dev/ttyS* /dev/ttyUSB* /dev/ttyACM*), or --port HID for USB", Exit::port);
         return false;
     }
-    if (std::optional<std::string> sReason = m_port.claim(m_options.sPort)) {
+    if (std::optional<std::string> sReason = claimChannel(m_options, m_port)) {
         const size_t nCut = sReason->find("; ");
         std::string sAdvice =
             nCut == sReason->npos ? "name the reader's serial port with --port" : sReason->substr(nCut + 2);
         if (sReason->find(" is busy: ") != sReason->npos)
             sAdvice = "end that program, or wait for it";
         wrong("port", sReason->substr(0, nCut), sAdvice, Exit::port);
-        holders();
+        if (m_options.channel() == Channel::serial)
+            holders();
         return false;
     }
-    good("port", m_options.sPort + " is a serial port and may be opened" +
-                     (m_port.devicePath() == m_options.sPort ? "" : "; it is " + m_port.devicePath()));
+    switch (m_options.channel()) {
+    case Channel::serial:
+        good("port", m_options.sPort + " is a serial port and may be opened" +
+                         (m_port.devicePath() == m_options.sPort ? "" : "; it is " + m_port.devicePath()));
+        break;
+    case Channel::usb: good("port", m_options.sPort + " is " + m_port.devicePath()); break;
+    case Channel::aux: good("port", m_options.sPort + " of the terminal at " + m_port.devicePath()); break;
+    }
     return true;
 }
 
-// Other processes that have the port open. Those of other users are seen by root only.
 void Examination::holders()
 {
-    std::error_code error;
-    const fs::path device = fs::canonical(m_options.sPort, error);
-    if (error)
-        return;
-    std::set<std::string> found;
-    for (fs::directory_iterator process("/proc", error), end; !error && process != end; process.increment(error)) {
-        const std::string sPid = process->path().filename().string();
-        if (sPid.find_first_not_of("0123456789") != sPid.npos || sPid == std::to_string(getpid()))
+    bool bAny = false;
+    for (const Holder &holder : holdersOf(m_options.sPort)) {
+        if (holder.bFarEnd) {
+            good("far end", holder.sProgram + " plays the reader on this pseudo-terminal");
             continue;
-        std::error_code denied;
-        for (fs::directory_iterator fd(process->path() / "fd", denied); !denied && fd != end; fd.increment(denied)) {
-            std::error_code gone;
-            if (fs::read_symlink(fd->path(), gone) != device)
-                continue;
-            std::ifstream comm(process->path() / "comm");
-            std::string sName;
-            std::getline(comm, sName);
-            found.insert(sName + " (process " + sPid + ")");
         }
+        tell("held by", "note", holder.sProgram, "two programs on one port take each other's answers: end it");
+        bAny = true;
     }
-    if (found.empty())
-        return good("held by", geteuid() == 0 ? "nobody else" : "nobody else, as far as this user can see");
-    for (const std::string &sHolder : found)
-        tell("held by", "note", sHolder, "two programs on one port take each other's answers: end it");
+    if (!bAny)
+        good("held by", geteuid() == 0 ? "nobody else" : "nobody else, as far as this user can see");
 }
 
 bool Examination::answersAt(int nBaud)
 {
-    constexpr std::array<uint8_t, 2> szNoBox{0, 0};
-    const std::array<uint8_t, 2> szBox{static_cast<uint8_t>(m_options.cBox), 0};
     const Clock::time_point end = Clock::now() + (nBaud <= nSlowest ? nSlowPatience : nPatience);
-    Dev_Rdz_Ic_RaiseBaundFlag(m_options.cBox != 0 ? 1 : 0);
     Watch::Wait wait(m_watch, "", end, end);
-    return Dev_Rdz_Ic_ChkDevPresent(m_port.devicePath().c_str(), m_options.cBox != 0 ? szBox.data() : szNoBox.data(),
-                                    nBaud) == 0;
+    return askForLife(m_options, m_port, nBaud) == 0;
 }
 
+bool Examination::isCancelled()
+{
+    if (m_watch.signal() == 0)
+        return false;
+    m_outcome.failure = Failure{static_cast<Exit>(signalExit(m_watch.signal())), "cancelled", std::nullopt};
+    return true;
+}
+
+// USB has no speed, and an aux port is switched to the one that is asked for.
 void Examination::reader()
 {
+    if (m_options.channel() == Channel::serial)
+        return readerAtAnySpeed();
+    const uint64_t nBefore = bytesReceived();
+    const bool bAnswers = answersAt(m_options.nBaud);
+    if (isCancelled())
+        return;
+    const std::string sHow = speedText(m_options, m_options.nBaud);
+    if (bAnswers)
+        return good("reader", "answers " + sHow);
+    const bool bNoise = bytesReceived() != nBefore;
+    wrong("reader", std::string("no answer ") + sHow + (bNoise ? ", but bytes that are no valid frame" : ""),
+          m_options.aux ? "terminal of another family, reader at another port or speed, power and cable?"
+                        : "is the device a reader, and is it switched on?",
+          Exit::noAnswer);
+}
+
+void Examination::readerAtAnySpeed()
+{
+    int nNoisySpeed = 0; // the first at which something came that is no answer
     for (int nBaud : trySpeeds) {
         if (m_options.cBox != 0 && nBaud != 9600) // behind a switch box the line stays there
             break;
+        const uint64_t nBefore = bytesReceived();
         const bool bAnswers = answersAt(nBaud);
-        if (m_watch.signal() != 0) {
-            m_outcome.failure = Failure{static_cast<Exit>(signalExit(m_watch.signal())), "cancelled", std::nullopt};
+        if (isCancelled())
             return;
-        }
-        if (!bAnswers)
+        if (!bAnswers) {
+            if (nNoisySpeed == 0 && bytesReceived() != nBefore)
+                nNoisySpeed = nBaud;
             continue;
+        }
         addNumber(m_outcome.json.get(), "baud", nBaud);
         const std::string sSpeed = std::to_string(nBaud);
         if (nBaud == m_options.nBaud)
@@ -178,6 +299,11 @@ void Examination::reader()
         return wrong("reader", "answers at " + sSpeed + " bit/s, not at " + std::to_string(m_options.nBaud),
                      "use --baud " + sSpeed + ", or switch the reader off and on", Exit::noAnswer);
     }
+    if (nNoisySpeed != 0 && !m_port.isGone())
+        return wrong("reader",
+                     "no answer at any speed, but bytes that are no valid frame at " + std::to_string(nNoisySpeed) +
+                         " bit/s",
+                     "damaged cable? another device on this port? --trace shows the bytes", Exit::noAnswer);
     wrong("reader", m_port.isGone() ? "the line has hung up" : "no answer at any speed",
           "power and cable of the reader? another device on this port?", Exit::noAnswer);
 }
@@ -187,10 +313,12 @@ void Examination::run()
     addText(m_outcome.json.get(), "port", m_options.sPort);
     library();
     log();
+    usb();
     if (!claim())
         return;
     addText(m_outcome.json.get(), "device", m_port.devicePath());
-    holders();
+    if (m_options.channel() == Channel::serial)
+        holders();
     reader();
 }
 

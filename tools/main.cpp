@@ -1,4 +1,5 @@
 // qvreader: power a card up, send it commands, show what it answers.
+#include "channel.h"
 #include "codes.h"
 #include "console.h"
 #include "device.h"
@@ -8,6 +9,7 @@
 #include "options.h"
 #include "port.h"
 #include "report.h"
+#include "results.h"
 #include "session.h"
 #include "trace.h"
 #include "watch.h"
@@ -21,26 +23,60 @@ namespace {
 
 using namespace qvtool;
 
-void print(const std::string &sText)
-{
-    std::fwrite(sText.data(), 1, sText.size(), stdout);
-    std::fflush(stdout);
-}
+// What every run with a reader has around it, in the order in which it is to be taken down.
+class Bench {
+  public:
+    Bench(const Options &options, Console &console)
+        : m_console(console), m_watch(
+                                  console, [this, &options] { abandon(options); }, !options.aux),
+          m_session(options, m_port, m_watch)
+    {
+        if (sharesTerminal(options))
+            console.hold();
+        if (options.bTrace)
+            m_trace.emplace(console);
+    }
+    ~Bench()
+    {
+        m_session.close();
+        m_trace.reset();
+        m_console.release();
+    }
+    Bench(const Bench &) = delete;
+    Bench &operator=(const Bench &) = delete;
 
-std::optional<Failure> converse(Session &session, Report &report)
+    Port &port() { return m_port; }
+    Watch &watch() { return m_watch; }
+    Session &session() { return m_session; }
+
+  private:
+    void abandon(const Options &options)
+    {
+        abandonChannel(options, m_port);
+        m_console.release();
+    }
+
+    Console &m_console;
+    Port m_port;
+    Watch m_watch;
+    std::optional<Trace> m_trace;
+    Session m_session;
+};
+
+std::optional<Failure> converse(Session &session, Report &report, Results &results)
 {
     const Options &options = report.options;
     if (std::optional<Failure> failure = session.powerUp(report.atr))
         return failure;
     if (!options.bJson)
-        print(atrText(report.atr, options.bDecodeAtr));
+        results.put(atrText(report.atr, options.bDecodeAtr));
     for (const Bytes &command : options.apdus) {
         Exchange exchange;
         if (std::optional<Failure> failure = session.exchange(command, exchange))
             return failure;
         report.exchanges.push_back(exchange);
         if (!options.bJson)
-            print(exchangeText(exchange));
+            results.put(exchangeText(exchange));
     }
     return std::nullopt;
 }
@@ -73,23 +109,18 @@ Outcome explainAll(const Options &options)
 
 void runWithReader(const Options &options, Console &console, Outcome &outcome)
 {
-    Port port;
-    Watch watch(console, [&port] { port.restoreSettings(); });
-    std::optional<Trace> trace;
-    if (options.bTrace)
-        trace.emplace(console);
-    Session session(options, port, watch);
+    Bench bench(options, console);
     if (options.command == Command::doctor)
-        examine(options, port, watch, outcome);
+        examine(options, bench.port(), bench.watch(), outcome);
     else
-        driveDevice(options, port, watch, session, outcome);
-    session.close();
+        driveDevice(options, bench.port(), bench.watch(), bench.session(), outcome);
 }
 
 // Commands that need no card.
 int runWithoutCard(const Options &options)
 {
     Console console;
+    Results results(options, console);
     Outcome outcome;
     if (options.command == Command::explain)
         outcome = explainAll(options);
@@ -99,9 +130,9 @@ int runWithoutCard(const Options &options)
         runWithReader(options, console, outcome);
     if (options.bJson) {
         addText(outcome.json.get(), "command", commandName(options.command));
-        print(outcome.document());
+        results.put(outcome.document());
     } else {
-        print(outcome.sLines);
+        results.put(outcome.sLines);
     }
     if (outcome.failure)
         console.line("qvreader: " + outcome.failure->sText);
@@ -115,21 +146,16 @@ int run(const Options &options)
     Report report;
     report.options = options;
     Console console;
+    Results results(options, console);
     {
-        Port port;
-        Watch watch(console, [&port] { port.restoreSettings(); });
-        std::optional<Trace> trace;
-        if (options.bTrace)
-            trace.emplace(console);
-        Session session(options, port, watch);
-        report.failure = session.open();
-        report.sDevice = port.devicePath();
+        Bench bench(options, console);
+        report.failure = bench.session().open();
+        report.sDevice = bench.port().devicePath();
         if (!report.failure)
-            report.failure = converse(session, report);
-        session.close();
+            report.failure = converse(bench.session(), report, results);
     }
     if (options.bJson)
-        print(jsonText(report));
+        results.put(jsonText(report));
     if (report.failure)
         console.line("qvreader: " + report.failure->sText);
     return report.exitCode();
@@ -140,8 +166,9 @@ int refuse(const ParsedOptions &parsed)
     if (parsed.sError.empty())
         return static_cast<int>(Exit::ok);
     if (parsed.options.bJson)
-        print(usageJson(parsed.sError));
-    Console().line("qvreader: " + parsed.sError + "\nqvreader --help shows how it is used");
+        std::fputs(usageJson(parsed.sError).c_str(), stdout);
+    Console().line("qvreader: " + parsed.sError + "\nqvreader " +
+                   (parsed.sCommand.empty() ? "" : parsed.sCommand + " ") + "--help shows how it is used");
     return static_cast<int>(Exit::usage);
 }
 

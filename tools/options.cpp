@@ -1,6 +1,7 @@
 #include "options.h"
 
 #include "exit_codes.h"
+#include "option_values.h"
 
 #include <CLI/CLI.hpp>
 
@@ -13,35 +14,51 @@ namespace qvtool {
 
 namespace {
 
-constexpr char szDescription[] = "Talks to a card reader on a serial port and to the card in it.";
+constexpr char szDescription[] =
+    "Talks to a card reader on a serial port, USB or a terminal's aux port, and to the card in it.";
 constexpr char szPortVariable[] = "QVREADER_PORT";
 constexpr int nMostSeconds = 120;
-constexpr size_t nLeastApdu = 4;
-constexpr size_t nMostApdu = 505; // what a frame of the reader holds
-constexpr int nContactless = 255;
+
+constexpr std::array<std::string_view, 3> usbNames{"HID", "USB",
+                                                   "1001"}; // beginnings of what the library takes for USB
 
 struct CommandRow {
     Command command;
     const char *pszName;
     const char *pszHelp;
+    const char *pszExamples; // a line each, behind "qvreader "
 };
 
 constexpr std::array<CommandRow, 11> commandTable{{
-    {Command::atr, "atr", "Power the card up and show its answer to reset"},
+    {Command::atr, "atr", "Power the card up and show its answer to reset",
+     "--port /dev/ttyUSB0 atr --decode\n--port /dev/ttyS0 --slot psam1 --timeout 3 atr"},
     {Command::apdu, "apdu",
      "Power the card up, send it commands in turn, power it down. Each command and its answer is one line: "
-     "COMMAND -> DATA SW. Answers 61xx, 62xx and 6Cxx without data are followed up once"},
-    {Command::present, "present", "Ask for a sign of life: does a reader answer on the port?"},
-    {Command::info, "info", "Show the reader's device record: model, serial number, date, version"},
-    {Command::detect, "detect", "Wait up to --timeout seconds until the reader finds a card, and show of which kind"},
-    {Command::led, "led", "Switch the reader's LEDs; what the numbers mean is the reader firmware's affair"},
-    {Command::beep, "beep", "Sound the buzzer; what the numbers mean is the reader firmware's affair"},
-    {Command::reset, "reset", "Reset the reader's card module; no answer is awaited"},
+     "COMMAND -> DATA SW. Answers 61xx, 62xx and 6Cxx without data are followed up once",
+     "--port /dev/ttyUSB0 apdu \"00 A4 04 00 0E 315041592E5359532E4444463031\" 00B2010C00"},
+    {Command::present, "present", "Ask for a sign of life (up to 3 seconds): does a reader answer on the port?",
+     "--port /dev/ttyUSB0 --baud 115200 present"},
+    {Command::info, "info", "Show the reader's device record: model, serial number, date, version",
+     "--port /dev/ttyUSB0 info"},
+    {Command::detect, "detect",
+     "Wait up to --timeout seconds until the reader finds a card, and show of which kind it is: contact, contactless, "
+     "magnetic (with its tracks) or identity",
+     "--port /dev/ttyUSB0 --timeout 30 detect"},
+    {Command::led, "led",
+     "Switch the reader's LEDs by one byte or by a pair of bytes; what they mean is the reader firmware's affair",
+     "--port /dev/ttyUSB0 led 0x01\n--port /dev/ttyUSB0 led 1 0"},
+    {Command::beep, "beep", "Sound the reader's buzzer; what the two numbers mean is the reader firmware's affair",
+     "--port /dev/ttyUSB0 beep 200 2"},
+    {Command::reset, "reset", "Reset the reader's card module: all cards lose power. No answer is awaited",
+     "--port /dev/ttyUSB0 reset"},
     {Command::explain, "explain",
      "Say what a result or status word means. Without a port. CODE is decimal, 0x and hexadecimal, or a status word "
-     "such as 6A82"},
-    {Command::log, "log", "The library's log: on, off, show (where it is), tail (its last lines). Without a port"},
-    {Command::doctor, "doctor", "Check library, log, port and reader, and say what to do about what is wrong"},
+     "such as 6A82",
+     "explain -56 6A82"},
+    {Command::log, "log", "The library's log: on, off, show (where it is), tail (its last lines). Without a port",
+     "log show\nlog tail -n 50"},
+    {Command::doctor, "doctor", "Check library, log, port and reader, and say what to do about what is wrong",
+     "--port /dev/ttyUSB0 doctor"},
 }};
 
 constexpr int nMostByte = 0xFF;
@@ -60,6 +77,10 @@ constexpr char szExamples[] = R"(Examples:
       the PSAM in slot PSAM 1, waiting 3 seconds at most
   qvreader --port /dev/ttyUSB0 --baud 115200 --raise --trace apdu 0084000008
       raises the line to 115200 and shows every byte on it (on standard error)
+  qvreader --port HID atr
+      the reader on USB
+  qvreader --aux gg:2 --output answer.txt atr
+      the reader at aux port 2 of the terminal on which this is typed; the answer goes to a file
   qvreader doctor --port /dev/ttyUSB0
       what is wrong here, and what to do about it
   qvreader explain -56 6A82
@@ -79,67 +100,81 @@ std::string footer()
     return sText;
 }
 
-std::optional<int> number(std::string_view sText, int nMost)
+std::string commandFooter(const CommandRow &row)
 {
-    int nValue = 0;
-    if (sText.empty() || sText.size() > 6)
-        return std::nullopt;
-    for (char c : sText) {
-        if (c < '0' || c > '9')
-            return std::nullopt;
-        nValue = nValue * 10 + (c - '0');
+    std::string sText = "Examples:\n";
+    for (const std::string &sLine : CLI::detail::split(row.pszExamples, '\n'))
+        sText += "  qvreader " + sLine + "\n";
+    return sText + "\nqvreader --help shows the options that all commands take (--port, --baud, --timeout, --trace, "
+                   "--json and\nothers; they may stand before or behind the command) and the exit codes.\n";
+}
+
+std::string commandNames()
+{
+    std::string sText;
+    for (const CommandRow &row : commandTable)
+        sText += (sText.empty() ? "" : ", ") + std::string(row.pszName);
+    return sText;
+}
+
+// Which port is meant; one of the environment gives way to an option. bNamed: --port stands on the command line.
+void choosePort(Options &options, bool bNamed, const std::string &sAux, const std::string &sUsbId, bool bPrefix)
+{
+    if (!sAux.empty()) {
+        if (bNamed || !sUsbId.empty())
+            throw CLI::ValidationError("--aux", std::string("the reader is at one port only; leave out ") +
+                                                    (bNamed ? "--port" : "--usb-id"));
+        options.aux = auxPort(sAux);
+        options.aux->bPrefix = bPrefix;
+        options.sPort = "aux " + sAux;
     }
-    if (nValue > nMost)
-        return std::nullopt;
-    return nValue;
-}
-
-// "0", "psam1", "contactless", or a slot code.
-int slotCode(const std::string &sText)
-{
-    constexpr std::string_view sPsam = "psam";
-    if (sText == "contactless")
-        return nContactless;
-    if (sText.starts_with(sPsam)) {
-        if (std::optional<int> nPsam = number(std::string_view(sText).substr(sPsam.size()), 15))
-            return 16 + *nPsam;
-    } else if (std::optional<int> nSlot = number(sText, nContactless); nSlot && (*nSlot < 32 || *nSlot == 255)) {
-        return *nSlot;
+    if (!sUsbId.empty()) {
+        options.usbId = usbIdentity(sUsbId);
+        if (bNamed && options.channel() != Channel::usb)
+            throw CLI::ValidationError("--usb-id", "goes with --port HID");
+        if (options.channel() != Channel::usb)
+            options.sPort = usbNames[0];
     }
-    throw CLI::ValidationError("--slot", sText + " is no slot: write 0 to 15, psam0 to psam15 or contactless");
-}
-
-Bytes apduBytes(const std::string &sText)
-{
-    std::optional<Bytes> bytes = parseHex(sText);
-    if (!bytes)
-        throw CLI::ValidationError("apdu", "\"" + sText + "\" is not hexadecimal, or half a byte is missing");
-    if (bytes->size() < nLeastApdu)
-        throw CLI::ValidationError("apdu", "\"" + sText +
-                                               "\" is too short: a command has at least 4 bytes; with blanks "
-                                               "between the bytes, put it in quotes");
-    if (bytes->size() > nMostApdu)
-        throw CLI::ValidationError("apdu", "a command has at most " + std::to_string(nMostApdu) + " bytes, this one " +
-                                               std::to_string(bytes->size()));
-    return *bytes;
-}
-
-// Decimal, or hexadecimal with 0x.
-int smallNumber(const char *pszName, const std::string &sText, int nMost)
-{
-    std::optional<int> nValue = number(sText, nMost);
-    if (sText.starts_with("0x") && sText.size() > 2 && sText.size() <= 6 &&
-        sText.find_first_not_of("0123456789abcdefABCDEF", 2) == std::string::npos)
-        nValue = std::stoi(sText, nullptr, 16);
-    if (!nValue || *nValue > nMost)
-        throw CLI::ValidationError(pszName, "\"" + sText + "\" is no number from 0 to " + std::to_string(nMost));
-    return *nValue;
 }
 
 // A log or a code needs no reader; doctor has something to say about a missing port, too.
 bool needsPort(Command command)
 {
     return command != Command::explain && command != Command::log && command != Command::doctor;
+}
+
+// What would be given in vain is refused, so that nobody counts on it.
+void checkCounts(const CLI::App &app, Command command)
+{
+    const auto refuse = [&](const char *pszOption, const char *pszReason) {
+        if (app.get_option(pszOption)->count() > 0)
+            throw CLI::ValidationError(pszOption, std::string(commandName(command)) + " " + pszReason);
+    };
+    if (needsPort(command) && command != Command::atr && command != Command::apdu)
+        refuse("--slot", "asks the reader, not a slot; leave this option out");
+    if (command != Command::doctor)
+        return;
+    refuse("--slot", "looks at no slot; leave this option out");
+    refuse("--timeout", "has a time limit of its own for each speed; leave this option out");
+    refuse("--raise", "tries each speed as it is, raised or not; leave this option out");
+}
+
+// What only a serial line has.
+void checkChannel(const CLI::App &app, const Options &options)
+{
+    const auto refuse = [&](const char *pszOption, const char *pszReason) {
+        if (app.get_option(pszOption)->count() > 0)
+            throw CLI::ValidationError(pszOption, pszReason);
+    };
+    if (options.channel() == Channel::usb)
+        for (const char *pszOption : {"--baud", "--raise", "--box"})
+            refuse(pszOption, "a reader on USB has no serial line; leave this option out");
+    if (options.channel() == Channel::aux) {
+        refuse("--raise", "the terminal's aux port runs at --baud from the start; leave this option out");
+        refuse("--box", "a switch box is selected on a serial port only");
+    } else {
+        refuse("--aux-prefix", "goes with --aux");
+    }
 }
 
 void checkTogether(const Options &options)
@@ -153,6 +188,14 @@ void checkTogether(const Options &options)
 }
 
 } // namespace
+
+Channel Options::channel() const
+{
+    if (aux)
+        return Channel::aux;
+    const auto fits = [&](std::string_view sName) { return sPort.starts_with(sName); };
+    return std::any_of(usbNames.begin(), usbNames.end(), fits) ? Channel::usb : Channel::serial;
+}
 
 const char *commandName(Command command)
 {
@@ -169,17 +212,32 @@ ParsedOptions parseOptions(int nArgs, const char *const *ppArgs)
     std::string sSlot = "0";
     std::string sBox;
     std::vector<std::string> apdus;
-    std::vector<std::string> numbers;
+    std::array<std::optional<std::string>, 2> numbers;
     std::string sKind;
+    std::string sAux;
+    std::string sUsbId;
+    bool bAuxPrefix = false;
 
     CLI::App app(szDescription, "qvreader");
     app.footer(footer());
     app.set_version_flag("--version", std::string("qvreader " QVTOOL_VERSION));
     app.require_subcommand(1, 1);
     app.fallthrough();
-    app.add_option("--port", options.sPort, "The reader's serial port, such as /dev/ttyUSB0, or a link to it")
+    app.add_option(
+           "--port", options.sPort,
+           "The reader's serial port, such as /dev/ttyUSB0, or a link to it; HID, USB or 1001: the reader on USB")
         ->envname(szPortVariable)
         ->type_name("PATH");
+    app.add_option("--usb-id", sUsbId, "The reader on USB of these vendor and product ids only, hexadecimal: 0403:BCD5")
+        ->type_name("VID:PID");
+    app.add_option(
+           "--aux", sAux,
+           "The reader is plugged into an aux port of the terminal that standard output leads to. TYPE: star, gw, "
+           "gg, wyse or a number; PORT: 1 to 4. Results go to --output, else to standard error at the end")
+        ->type_name("TYPE:PORT");
+    app.add_flag("--aux-prefix", bAuxPrefix, "With --aux: tell the terminal to keep its screen out of it");
+    app.add_option("--output", options.sOutput, "Write the results to this file instead of standard output")
+        ->type_name("FILE");
     app.add_option("--baud", options.nBaud, "Line speed: " + CLI::detail::join(speeds, ", "))
         ->type_name("N")
         ->capture_default_str()
@@ -208,6 +266,8 @@ ParsedOptions parseOptions(int nArgs, const char *const *ppArgs)
     std::array<CLI::App *, commandTable.size()> subcommands{};
     for (size_t n = 0; n < commandTable.size(); ++n)
         subcommands[n] = app.add_subcommand(commandTable[n].pszName, commandTable[n].pszHelp);
+    for (size_t n = 0; n < commandTable.size(); ++n)
+        subcommands[n]->footer(commandFooter(commandTable[n]));
     auto sub = [&](Command command) { return subcommands[static_cast<size_t>(command)]; };
     sub(Command::atr)->add_flag("--decode", options.bDecodeAtr, "Also take the answer apart");
     sub(Command::apdu)
@@ -215,13 +275,17 @@ ParsedOptions parseOptions(int nArgs, const char *const *ppArgs)
         ->required()
         ->expected(-1);
     sub(Command::detect)
-        ->add_option("--kind", sKind, "Ask for certain kinds of card only: the request byte, 0 to 255")
+        ->add_option(
+            "--kind", sKind,
+            "Ask for certain kinds of card only: 0 to 255; which kinds a number means is the reader firmware's affair")
         ->type_name("BYTE");
     sub(Command::led)
-        ->add_option("BYTE", numbers, "State, or two bytes A and B: 0 to 255, also 0x01")
-        ->required()
-        ->expected(1, 2);
-    sub(Command::beep)->add_option("NUMBER", numbers, "D (0 to 65535) and N (0 to 255)")->required()->expected(2);
+        ->add_option("A", numbers[0], "The state, or with B the first of two bytes: 0 to 255, also 0x01")
+        ->type_name("BYTE")
+        ->required();
+    sub(Command::led)->add_option("B", numbers[1], "The second of two bytes")->type_name("BYTE");
+    sub(Command::beep)->add_option("D", numbers[0], "0 to 65535, also 0x01")->type_name("NUMBER")->required();
+    sub(Command::beep)->add_option("N", numbers[1], "0 to 255, also 0x01")->type_name("NUMBER")->required();
     sub(Command::explain)
         ->add_option("CODE", options.codes, "A code, such as -56, 0x1005 or 6A82")
         ->required()
@@ -243,15 +307,21 @@ ParsedOptions parseOptions(int nArgs, const char *const *ppArgs)
         for (const CommandRow &row : commandTable)
             if (sub(row.command)->parsed())
                 options.command = row.command;
+        const bool bNamed = std::any_of(ppArgs, ppArgs + nArgs,
+                                        [](std::string_view s) { return s == "--port" || s.starts_with("--port="); });
+        choosePort(options, bNamed, sAux, sUsbId, bAuxPrefix);
         options.nSlot = slotCode(sSlot);
         options.cBox = sBox.empty() ? '\0' : sBox[0];
         std::transform(apdus.begin(), apdus.end(), std::back_inserter(options.apdus), apduBytes);
-        for (const std::string &sNumber : numbers)
-            options.numbers.push_back(
-                smallNumber(commandName(options.command), sNumber,
-                            options.command == Command::beep && options.numbers.empty() ? nMostWord : nMostByte));
+        const int nMostFirst = options.command == Command::beep ? nMostWord : nMostByte;
+        if (numbers[0])
+            options.numbers.push_back(smallNumber(commandName(options.command), *numbers[0], nMostFirst));
+        if (numbers[1])
+            options.numbers.push_back(smallNumber(commandName(options.command), *numbers[1], nMostByte));
         if (!sKind.empty())
             options.nKind = smallNumber("--kind", sKind, nMostByte);
+        checkCounts(app, options.command);
+        checkChannel(app, options);
         checkTogether(options);
     } catch (const CLI::ParseError &error) {
         parsed.bDone = true;
@@ -259,6 +329,14 @@ ParsedOptions parseOptions(int nArgs, const char *const *ppArgs)
             app.exit(error, std::cout, std::cerr);
         else
             parsed.sError = error.what();
+        const std::vector<CLI::App *> named = app.get_subcommands();
+        if (!named.empty())
+            parsed.sCommand = named.front()->get_name();
+        else if (error.get_name() == "RequiredError") {
+            const std::vector<std::string> rest = app.remaining();
+            parsed.sError = (rest.empty() ? "no command was given" : "there is no command \"" + rest.front() + "\"") +
+                            std::string("; the commands are ") + commandNames();
+        }
     }
     return parsed;
 }

@@ -8,6 +8,7 @@
 #include <memory>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace qvtool {
@@ -38,7 +39,7 @@ std::string deniedText(const std::string &sPath)
     struct stat info {};
     if (stat(sPath.c_str(), &info) != 0 || !S_ISCHR(info.st_mode))
         return sText;
-    if ((info.st_mode & (S_IRGRP | S_IWGRP)) != (S_IRGRP | S_IWGRP))
+    if ((info.st_mode & (S_IRGRP | S_IWGRP)) != (S_IRGRP | S_IWGRP) || info.st_gid == 0)
         return sText + "; it belongs to its owner alone (ls -l " + sPath + ")";
     const group *pGroup = getgrgid(info.st_gid);
     std::string sGroup = pGroup != nullptr ? pGroup->gr_name : std::to_string(info.st_gid);
@@ -92,15 +93,40 @@ std::optional<std::string> Port::claim(const std::string &sPath)
     return std::nullopt;
 }
 
+std::optional<std::string> Port::claimUsb(const std::string &sNode)
+{
+    m_bUsb = true;
+    m_sDevice = sNode;
+    // The library resets a device before it finds out that another program has it; a second qvreader must not get so far.
+    m_nFd = open(sNode.c_str(), O_RDONLY | O_CLOEXEC);
+    if (m_nFd >= 0 && flock(m_nFd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+        return sNode + " is busy: another qvreader is at work on it (fuser -v " + sNode + ")";
+    return std::nullopt;
+}
+
 bool Port::isGone() const
 {
+    if (m_bUsb)
+        return access(m_sDevice.c_str(), F_OK) != 0;
     termios now{};
     return m_nFd >= 0 && tcgetattr(m_nFd, &now) != 0;
 }
 
-void Port::restoreSettings() const
+void Port::drain() const
+{
+    if (m_nFd >= 0 && !m_bUsb)
+        tcdrain(m_nFd);
+}
+
+void Port::putLast(const std::string &sText) const
 {
     if (m_nFd >= 0)
+        syscall(SYS_write, m_nFd.load(), sText.data(), sText.size()); // nothing is to be done about a failure
+}
+
+void Port::restoreSettings() const
+{
+    if (m_nFd >= 0 && !m_bUsb)
         tcsetattr(m_nFd, TCSANOW, &m_found);
 }
 

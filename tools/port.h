@@ -1,4 +1,4 @@
-// port.h - the serial port before the library opens it: is it there, is it a tty, may we, is it free.
+// port.h - the port before the library opens it: is it there, is it a tty, may we, is it free.
 //
 // The library tells only that a port would not open. The tool therefore opens the port itself first, keeps that
 // descriptor until the end, and so knows the reason of every failure, shuts a second qvreader out, and can put the
@@ -22,18 +22,26 @@ class Port {
     // Opens and claims the port. The reason, in words, when that fails.
     std::optional<std::string> claim(const std::string &sPath);
 
+    // Claims the node of a device on USB.
+    std::optional<std::string> claimUsb(const std::string &sNode);
+
     // The device itself, links resolved: what the library is to open.
     const std::string &devicePath() const { return m_sDevice; }
 
-    // True when the line has hung up since claim().
+    // True when the line has hung up, or the device was unplugged, since it was claimed.
     bool isGone() const;
 
     // Puts the settings back that the line had at claim(). Safe from any thread; does not wait for the line.
     void restoreSettings() const;
+    // Waits until what was written has left the port; a change of speed spoils what is still in it.
+    void drain() const;
+    // Writes to the line past the library, when nothing else will be written to it. Safe from any thread.
+    void putLast(const std::string &sText) const;
 
   private:
     std::atomic<int> m_nFd = -1; // set when m_found is
     std::string m_sDevice;
+    bool m_bUsb = false;
     termios m_found{};
 };
 

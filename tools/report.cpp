@@ -77,7 +77,8 @@ std::string jsonText(const Report &report)
     addText(root.get(), "port", report.options.sPort);
     if (!report.sDevice.empty())
         addText(root.get(), "device", report.sDevice);
-    addNumber(root.get(), "baud", report.options.nBaud);
+    if (report.options.channel() != Channel::usb)
+        addNumber(root.get(), "baud", report.options.nBaud);
     addNumber(root.get(), "slot", report.options.nSlot);
     if (!report.atr.empty()) {
         addText(root.get(), "atr", hexText(report.atr));

@@ -3,6 +3,8 @@
 // a thousand seconds: the watch ends such a wait.
 #include "session.h"
 
+#include "channel.h"
+#include "line_tap.h"
 #include "texts.h"
 
 #include <qvreader/icreader.h>
@@ -18,12 +20,13 @@ using namespace std::chrono_literals;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-constexpr uint32_t nTermType = 1;
 constexpr milliseconds nLongestPowerOn = 60s; // the reader counts its wait for a card in 16 bits of milliseconds
 constexpr milliseconds nShortestPowerOn = 100ms;
 constexpr seconds nReaderMargin = 2s; // that the host waits longer than the reader, so that its answer comes in
 constexpr seconds nTidyTime = 1s;     // for the answer to a power-down at the end
 constexpr size_t nResponseRoom = 2048;
+constexpr size_t nMostUsbApdu = 153; // what five reports of 64 bytes hold
+constexpr std::array<uint8_t, 2> frameEnds{0x03, 0x04};
 
 milliseconds since(Clock::time_point begin)
 {
@@ -76,25 +79,32 @@ Failure Session::failed(const std::string &sDoing, int32_t nResult)
         return {Exit::readerError, sText, nResult};
     ClearReceiveBuffer(); // a late reply would be taken for the next answer
     if (m_port.isGone())
-        sText += "; the line has hung up: was the reader unplugged?";
+        sText += m_options.channel() == Channel::usb ? "; the reader is gone: was it unplugged?"
+                                                     : "; the line has hung up: was the reader unplugged?";
     else if (nResult == RET_PUB_TIMEOUT)
-        sText += "; is the reader switched on, and does it run at " + std::to_string(m_options.nBaud) + " bit/s?";
+        sText += silenceHint(m_options);
     return {Exit::noAnswer, sText, nResult};
 }
 
 std::optional<Failure> Session::open()
 {
-    if (std::optional<std::string> sReason = m_port.claim(m_options.sPort))
+    if (std::optional<std::string> sReason = claimChannel(m_options, m_port))
         return Failure{Exit::port, *sReason, std::nullopt};
-    std::array<uint8_t, 2> szBox{static_cast<uint8_t>(m_options.cBox), 0};
-    // The library releases a switch box at close only while this flag is on; the line stays at 9600 with a box.
-    Dev_Rdz_Ic_RaiseBaundFlag(m_options.bRaise || m_options.cBox != 0 ? 1 : 0);
-    int32_t nResult = Dev_Rdz_Ic_OpenPort(m_port.devicePath().c_str(), szBox.data(), nTermType, 0, m_options.nBaud);
+    const int32_t nResult = openChannel(m_options, m_port);
     m_bOpen = true; // a port may stay open behind a failed raise
     if (nResult == 0)
         return std::nullopt;
     close();
-    return Failure{Exit::port, m_options.sPort + ": " + resultText(nResult), nResult};
+    return Failure{Exit::port, openFailure(m_options, nResult), nResult};
+}
+
+int32_t Session::settled(int32_t nResult, size_t nLen) const
+{
+    if (nResult != 0 || nLen > 0 || m_options.channel() != Channel::usb)
+        return nResult;
+    const BytesView came = heard();
+    const bool bWhole = !came.empty() && std::find(frameEnds.begin(), frameEnds.end(), came.back()) != frameEnds.end();
+    return bWhole ? nResult : static_cast<int32_t>(RET_PUB_TIMEOUT);
 }
 
 std::optional<Failure> Session::powerUp(Bytes &atr)
@@ -120,6 +130,7 @@ std::optional<Failure> Session::powerUp(Bytes &atr)
             nResult =
                 COMM_Icc_CardReaderPowerOn(m_options.nSlot, buf.data(), &nLen, static_cast<uint32_t>(nWait.count()));
         }
+        nResult = settled(nResult, nLen);
         if (nResult == 0 && nLen > 0) {
             atr.assign(buf.begin(), buf.begin() + nLen);
             COMM_Icc_CardReaderSetCardSlot(m_options.nSlot);
@@ -132,7 +143,7 @@ std::optional<Failure> Session::powerUp(Bytes &atr)
         }
         if (nResult == 0)
             return Failure{Exit::readerError, "power-up in " + sWhere + ": the reader gave no answer to reset", 0};
-        if (nResult == RET_PUB_TIMEOUT || isNoCard(nResult))
+        if ((nResult == RET_PUB_TIMEOUT && m_watch.signal() == 0) || isNoCard(nResult))
             m_bMayBePowered = false;
         return failed("power-up in " + sWhere, nResult);
     }
@@ -154,6 +165,12 @@ std::optional<Failure> Session::exchange(const Bytes &command, Exchange &out)
     }
     out.nMillis = since(begin).count();
     out.command = command;
+    nResult = settled(nResult, nLen);
+    if (nResult == RET_PUB_SEND_FAIL && m_options.channel() == Channel::usb && command.size() > nMostUsbApdu)
+        return Failure{Exit::noAnswer,
+                       "command " + hexText(command) + ": " + resultText(nResult) + "; over USB it has at most " +
+                           std::to_string(nMostUsbApdu) + " bytes",
+                       nResult};
     if (nResult != 0)
         return failed("command " + hexText(command), nResult);
     if (nLen < 2)
@@ -178,7 +195,7 @@ void Session::close()
     if (!m_bOpen)
         return;
     powerDown();
-    Dev_Rdz_Ic_ClosePort();
+    closeChannel(m_options);
     m_bOpen = false;
 }
 

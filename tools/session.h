@@ -43,6 +43,8 @@ class Session {
 
     // What a negative result of an exchange means for the user.
     Failure failed(const std::string &sDoing, int32_t nResult);
+    // The result of a call that reads: over USB the library reports silence as success with nothing.
+    int32_t settled(int32_t nResult, size_t nLen) const;
 
   private:
     std::optional<Failure> cancelled() const;

@@ -35,7 +35,7 @@ struct StatusRow {
 constexpr uint32_t nNoContactCard = 0x1005;
 constexpr uint32_t nNoContactlessCard = 0x3001;
 
-constexpr std::array<StatusRow, 14> readerTable{{
+constexpr std::array<StatusRow, 17> readerTable{{
     {0x0000, "done"},
     {0x1001, "no such slot"},
     {0x1003, "card present but not powered"},
@@ -49,7 +49,10 @@ constexpr std::array<StatusRow, 14> readerTable{{
     {0x3007, "the contactless card gives no answer to power-on"},
     {0x3008, "the contactless card stopped answering"},
     {0x3009, "the contactless card's answer does not fit a frame"},
+    {0xF000, "the reader found no command in the frame"},
     {0xF001, "command not known to the reader"},
+    {0xF002, "the reader knows the command, but not of this length"},
+    {0xF003, "the reader knows no such kind of card"},
 }};
 
 struct CardRow {
@@ -117,6 +120,12 @@ constexpr int32_t nHighestStatus = 0xFFFF;
 constexpr int32_t nLowestStatus = 0x0100; // nearer to zero are the library's own codes
 
 } // namespace
+
+const char *cardKindName(uint32_t nKind)
+{
+    constexpr std::array<const char *, 4> names{"contact", "contactless", "magnetic", "identity"}; // from kind 1 on
+    return nKind >= 1 && nKind <= names.size() ? names[nKind - 1] : nullptr;
+}
 
 bool isReaderStatus(int32_t nResult)
 {

@@ -22,6 +22,9 @@ std::string cardStatusText(uint32_t nStatus);
 // 9000 and 61xx.
 bool isCardSuccess(uint32_t nStatus);
 
+// Kind as the reader reports it: "contact", "contactless", "magnetic", "identity"; null: unknown.
+const char *cardKindName(uint32_t nKind);
+
 // "slot 0", "PSAM 2", "the contactless antenna".
 std::string slotText(int32_t nSlot);
 

@@ -3,52 +3,9 @@
 #include <qvreader/transport.h>
 
 #include <array>
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <ctime>
-#include <sys/syscall.h>
 #include <termios.h>
-#include <unistd.h>
-
-namespace {
-
-qvtool::Trace *s_pTrace = nullptr; // set and used by the thread that calls the library
-
-} // namespace
-
-extern "C" {
-
-// ssize_t(int, void *, size_t), for every read of this process.
-__attribute__((visibility("default"))) ssize_t read(int nFd, void *pBuf, size_t nCount)
-{
-    ssize_t nResult = syscall(SYS_read, nFd, pBuf, nCount);
-    if (s_pTrace == nullptr || nFd != g_AuxFd || nFd < 0)
-        return nResult;
-    int nError = errno;
-    if (nResult > 0)
-        s_pTrace->received({static_cast<const uint8_t *>(pBuf), static_cast<size_t>(nResult)});
-    else if (nResult < 0)
-        s_pTrace->failed("read", nError);
-    errno = nError;
-    return nResult;
-}
-
-// The same for every write.
-__attribute__((visibility("default"))) ssize_t write(int nFd, const void *pBuf, size_t nCount)
-{
-    ssize_t nResult = syscall(SYS_write, nFd, pBuf, nCount);
-    if (s_pTrace == nullptr || nFd != g_AuxFd || nFd < 0)
-        return nResult;
-    int nError = errno;
-    if (nResult > 0)
-        s_pTrace->sent({static_cast<const uint8_t *>(pBuf), static_cast<size_t>(nResult)});
-    else if (nResult < 0)
-        s_pTrace->failed("write", nError);
-    errno = nError;
-    return nResult;
-}
-}
 
 namespace qvtool {
 
@@ -97,13 +54,13 @@ std::string timeText()
 
 Trace::Trace(Console &console) : m_console(console)
 {
-    s_pTrace = this;
+    listenToLine(this);
 }
 
 Trace::~Trace()
 {
+    listenToLine(nullptr);
     flush();
-    s_pTrace = nullptr;
 }
 
 void Trace::sent(BytesView data)
@@ -111,6 +68,7 @@ void Trace::sent(BytesView data)
     flush();
     tellSpeed();
     tell('>', data, commandMeaning(data));
+    m_replies.expect(data);
 }
 
 void Trace::received(BytesView data)
@@ -119,10 +77,10 @@ void Trace::received(BytesView data)
         tell('<', reply.data, reply.sMeaning);
 }
 
-void Trace::failed(const char *pszCall, int nError)
+void Trace::failed(const char *pszCall, const char *pszError)
 {
     flush();
-    m_console.line(timeText() + " ! " + pszCall + ": " + std::strerror(nError));
+    m_console.line(timeText() + " ! " + pszCall + ": " + pszError);
 }
 
 void Trace::flush()
@@ -139,6 +97,8 @@ void Trace::tell(char cDirection, BytesView data, const std::string &sMeaning)
 
 void Trace::tellSpeed()
 {
+    if (g_AuxFd < 0) // USB has none
+        return;
     unsigned nSpeed = speedOf(g_AuxFd);
     if (nSpeed != m_nSpeed)
         m_console.line(timeText() + "   line at " + std::to_string(nSpeed) + " bit/s");

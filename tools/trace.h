@@ -1,19 +1,15 @@
-// trace.h - the bytes on the wire, as the library hands them to the kernel and gets them from it.
-//
-// The tool stands between the library and the C library: it defines read() and write() itself, and the dynamic linker
-// gives those to libqvreader as well. Both go straight to the kernel; what passes on the descriptor of the open reader
-// port is noted on the way. Nothing lies in the line: speeds, flushes, time-outs and a line that hangs up are those of
-// the real port.
+// trace.h - what goes over the wire: time, direction, bytes, and what they mean, a line for each piece.
 #pragma once
 
 #include "console.h"
 #include "decode.h"
+#include "line_tap.h"
 
 #include <string>
 
 namespace qvtool {
 
-class Trace {
+class Trace final : private LineListener {
   public:
     // From here until the object ends everything on the reader's port is told.
     explicit Trace(Console &console);
@@ -21,16 +17,14 @@ class Trace {
     Trace(const Trace &) = delete;
     Trace &operator=(const Trace &) = delete;
 
-    void sent(BytesView data);
-    void received(BytesView data);
-    void failed(const char *pszCall, int nError);
-
-    // Tells what came without becoming a whole reply.
-    void flush();
-
   private:
+    void sent(BytesView data) override;
+    void received(BytesView data) override;
+    void failed(const char *pszCall, const char *pszError) override;
     void tell(char cDirection, BytesView data, const std::string &sMeaning);
     void tellSpeed();
+    // Tells what came without becoming a whole reply.
+    void flush();
 
     Console &m_console;
     ReplyCutter m_replies;

@@ -31,8 +31,8 @@ bool isIgnored(int nSignal)
 
 } // namespace
 
-Watch::Watch(Console &console, std::function<void()> beforeAbort)
-    : m_console(console), m_beforeAbort(std::move(beforeAbort))
+Watch::Watch(Console &console, std::function<void()> beforeAbort, bool bKeyboard)
+    : m_console(console), m_beforeAbort(std::move(beforeAbort)), m_bKeyboard(bKeyboard)
 {
     sigemptyset(&m_signals);
     sigaddset(&m_signals, SIGINT);
@@ -88,7 +88,7 @@ void Watch::say(Clock::time_point now)
         return;
     if (m_sSaid != m_sWhat)
         m_console.line("qvreader: waiting for " + m_sWhat + ", up to " + seconds(m_end - m_begin) +
-                       " (Ctrl-C cancels)");
+                       (m_bKeyboard ? " (Ctrl-C cancels)" : " (SIGTERM cancels)"));
     m_sSaid = m_sWhat;
     m_console.status("  " + seconds(m_end - now) + " left ");
 }

@@ -22,7 +22,8 @@ using Clock = std::chrono::steady_clock;
 class Watch {
   public:
     // beforeAbort runs when a second signal ends the process in the middle of a library call.
-    Watch(Console &console, std::function<void()> beforeAbort);
+    // bKeyboard: Ctrl-C reaches the tool; not from a terminal that is the line to the reader.
+    Watch(Console &console, std::function<void()> beforeAbort, bool bKeyboard);
     ~Watch();
     Watch(const Watch &) = delete;
     Watch &operator=(const Watch &) = delete;
@@ -52,6 +53,7 @@ class Watch {
 
     Console &m_console;
     std::function<void()> m_beforeAbort;
+    bool m_bKeyboard;
     sigset_t m_signals{};
     std::atomic<int> m_nSignal = 0;
     std::atomic<bool> m_bStop = false;

@@ -258,7 +258,7 @@ QV_API int32_t Dev_Rdz_Ic_SendCommandeOnly(const char *cardType, uint32_t cmdLen
 QV_API int32_t ICC_RDZ73xxCHECKCARD(uint32_t nTimeOut) QV_NOEXCEPT;
 
 /* Status word of a slot: 0 or 0x1003 a card is there, 0x1004 a card in another state, other: none.
- * -2 invalid slot; the exchange's codes. COMM_Icc_CardReaderCheckSloct: 0 in another reader mode. */
+ * -2 invalid slot; the exchange's codes; in another reader mode -50, COMM_Icc_CardReaderCheckSloct 0. */
 QV_API int32_t COMM_Icc_RdzCheckCardIsInSlot(int32_t nSlot) QV_NOEXCEPT;
 QV_API int32_t COMM_Icc_CardReaderCheckSloct(int32_t nSlot) QV_NOEXCEPT;
 
@@ -284,7 +284,8 @@ QV_API int32_t COMM_Icc_detectMulComCard(uint8_t ucRequest, int32_t nTimeOut, ch
 
 /* Opens the reader (a second time if that fails), scans the slots within 1 second a read, and closes it again.
  * cardType: the mode of DealCardSlot in its first character. As DealCardSlot; -2 null port or cardType; -51 the port
- * could not be opened, for whatever reason. */
+ * could not be opened, for whatever reason. Changes the current slot, the read time-out and what Dev_Rdz_Ic_OpenPort
+ * changes. */
 QV_API int32_t Dev_Rdz_Ic_DetectCard(uint32_t termType, const char *port, const uint8_t *boxPort, int32_t baud,
                                      const uint8_t *cardType) QV_NOEXCEPT;
 

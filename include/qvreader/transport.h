@@ -1,11 +1,11 @@
 /*
- * transport.h - the byte channel to a reader: the dispatcher and the serial port.
+ * transport.h - the byte channel to a reader: the dispatcher, the serial port, a terminal's aux port, USB.
  *
  * Order of calls: open; then any number of write/read pairs, with end condition and time-out changed between them;
  * cancel from another thread at any time; close.
  *
  * Nothing discards input before a command, since an answer may already stand there. After a time-out a late reply
- * would be taken for the next answer: call ClearReceiveBuffer (serial port) or reopen the port.
+ * would be taken for the next answer: call ClearReceiveBuffer (serial port) or reopen the port (USB).
  */
 #ifndef QVREADER_TRANSPORT_H
 #define QVREADER_TRANSPORT_H
@@ -21,18 +21,18 @@ typedef int32_t (*EndConditionFn)(const uint8_t *pBuf, int32_t nLen);
 
 /* The port-open record. */
 typedef struct {
-    uint32_t nWord1;      /* belongs to the device layer (170 by its initialiser) */
-    uint32_t nType;       /* 1 serial tty, 2 PC/SC (refused), 7 USB HID (not in this version), 8 refused here */
-    uint32_t nTermType;   /* thin-client terminal family of the aux port */
-    uint32_t nWord4;      /* device layer: reader mode */
-    uint32_t nPID;        /* USB product id */
-    uint32_t nVID;        /* USB vendor id */
-    int32_t nPort;        /* device layer: number behind "COM" or "AUX" */
-    uint32_t nBaud;       /* bits per second */
-    int32_t nAuxPort;     /* 1 or more: the terminal's aux port (not in this version) */
-    uint32_t bAuxPrefix;  /* handed to the aux open and close */
-    char szTermPath[384]; /* tty path, NUL-terminated */
-    int32_t nTimeOut;     /* read time-out, seconds */
+    uint32_t nWord1;                /* belongs to the device layer (170 by its initialiser) */
+    uint32_t nType;                 /* 1 serial tty or aux port, 7 USB HID; any other, 2 (PC/SC) and 8 too: -1 */
+    uint32_t nTermType;             /* thin-client terminal family of the aux port */
+    uint32_t nWord4;                /* device layer: reader mode */
+    uint32_t nPID;                  /* USB product id */
+    uint32_t nVID;                  /* USB vendor id */
+    int32_t nPort;                  /* device layer: number behind "COM" or "AUX" */
+    uint32_t nBaud;                 /* bits per second */
+    int32_t nAuxPort;               /* 1 or more: the terminal's aux port, szTermPath is not used */
+    uint32_t bAuxPrefix;            /* handed to the aux open and close */
+    char szTermPath[384];           /* tty path, NUL-terminated */
+    int32_t nTimeOut;               /* read time-out, seconds */
     EndConditionFn pfnEndCondition; /* end condition to install; null: none */
 } TransPortParam;
 
@@ -42,7 +42,7 @@ typedef struct {
     EndConditionFn pfnEndCondition; /* null: none */
     uint32_t nType;                 /* transport type of the open port, 0 before the first open */
     uint32_t bAuxPrefix;            /* from the open record */
-    int32_t nAuxMode;               /* 1 or more: aux port; writes give -1 in this version */
+    int32_t nAuxMode;               /* 1 or more: write and close as an aux port; an open leaves it as it is */
 } BackUpParam;
 
 extern QV_API BackUpParam stBackUpParam; /* all 0 at load; a close leaves it as it is */
@@ -51,17 +51,19 @@ extern QV_API BackUpParam stBackUpParam; /* all 0 at load; a close leaves it as 
 
 /* Opens the transport that pParam->nType names. On success its nTimeOut, pfnEndCondition, nType and bAuxPrefix
  * become those of stBackUpParam (nAuxMode stays); on failure stBackUpParam stays as it is.
- * 0; -1 terminal settings refused or unknown type; -2 null; -3 the tty would not open. */
+ * 0; -1 terminal settings refused or unknown type; -2 null; -3 the tty or the USB device would not open;
+ * -50 no such USB device. */
 QV_API int32_t COMM_Dev_OpenTransPort(TransPortParam *pParam) QV_NOEXCEPT;
 QV_API int32_t COMM_Dev_Linux_OpenTransPort(TransPortParam *pParam) QV_NOEXCEPT;
 
-/* Writes len bytes. Bytes written; the transport's negative code (-2: no port open, null or nothing to write);
- * -1: no transport was ever opened. */
+/* Writes len bytes. Bytes written; the transport's negative code (serial and aux -2: no port open, null or nothing to
+ * write; USB -50 and -54); -1: no transport was ever opened. */
 QV_API int32_t COMM_Dev_WriteDataToTransPort(const uint8_t *data, uint32_t len) QV_NOEXCEPT;
 QV_API int32_t COMM_Dev_Linux_WriteDataToTransPort(const uint8_t *data, uint32_t len) QV_NOEXCEPT;
 
 /* Reads until the installed end condition is met, maxLen bytes have come, the time-out passes or a cancel comes.
- * buf: out, at least maxLen bytes. Bytes received; -2, -55, -56 or -57; -1: no transport was ever opened.
+ * buf: out, at least maxLen bytes. Bytes received; serial and aux -2, -55, -56 or -57; USB -50, and 0
+ * for a time-out or a cancel; -1: no transport was ever opened.
  * Takes the whole seconds that it lasted off stBackUpParam.nTimeOut, also when it fails. On a serial port a time-out
  * below 1 waits 1000 seconds, so set the time-out (COMM_Dev_ChangeReadTimeOut) before each exchange. */
 QV_API int32_t COMM_Dev_ReadDataFromTransPort(uint8_t *buf, uint32_t maxLen) QV_NOEXCEPT;
@@ -153,12 +155,168 @@ QV_API int32_t ClearReceiveBuffer(void) QV_NOEXCEPT;
 /* Removes every blank, tab, line feed and carriage return, in place. Returns str. */
 QV_API char *ClearInvisibleCharInStr(char *str) QV_NOEXCEPT;
 
-/* ---- USB HID -------------------------------------------------------------------------------------------------- */
+/* ---- aux port of a thin-client terminal -------------------------------------------------------------------------
 
+ * The reader is plugged into the terminal; the terminal device of standard output leads there. Whoever prints to that
+ * terminal while the port is open talks to the terminal too: keep standard output quiet meanwhile.
+ *
+ * Terminal families (nTermType): 2 GW, 3 GG, 5 WYSE, any other Star. The dispatcher wraps writes and switches the port
+ * off at close only where nAuxMode of SetBackUpParam says so. */
+
+/* State of the aux port, from one open to the next; a close leaves it. */
+typedef struct {
+    uint32_t nTermType;
+    char szPrefix[4096]; /* sent in front of each write, */
+    int32_t nPrefixLen;  /* bytes; 0: nothing is sent */
+    char szSuffix[4096]; /* sent behind each write, */
+    int32_t nSuffixLen;  /* bytes; 0: nothing is sent */
+} AuxOp;
+
+extern QV_API AuxOp g_AuxOp; /* all 0 at load */
+
+/* Makes fd the open port, for a host that opened the tty itself. Always 0. Changes g_AuxFd. */
+QV_API int32_t SetAuxFd(int32_t fd) QV_NOEXCEPT;
+
+/* Opens the terminal device of standard output as COMM_Com_OpenLinux does and switches the terminal's aux port on.
+ * nAuxPort: 1 to 4, any other positive number means 1. nBaud: bits per second, of the tty and of the aux port.
+ * bAuxPrefix: 1: ESC "[2h" goes in front. 0; -1 settings refused or nAuxPort (as a signed number) below 1, the port is
+ * closed again; -3 standard output is no terminal or would not open. Changes g_AuxFd, g_stOldTermAttr, g_AuxOp. */
+QV_API int32_t COMM_Com_OpenLinuxAux(uint32_t nTermType, uint32_t nAuxPort, uint32_t nBaud,
+                                     uint32_t bAuxPrefix) QV_NOEXCEPT;
+
+/* The second half of it, on the port that is open: prepares prefix and suffix and sends the open sequence. 0, whether
+ * or not it could be sent; -2: nAuxPort (as a signed number) below 1. Changes g_AuxOp. */
+QV_API int32_t COMM_Com_OpenAuxPort(uint32_t nTermType, uint32_t nAuxPort, uint32_t nBaud,
+                                    uint32_t bAuxPrefix) QV_NOEXCEPT;
+
+/* Writes len bytes, the family's prefix before and its suffix behind them, each by a write of its own. Bytes of data
+ * written (prefix and suffix do not count); -2: no port, null or len below 1. */
+QV_API int32_t COMM_Com_WriteLinuxAux(const uint8_t *data, int32_t len) QV_NOEXCEPT;
+
+/* COMM_Com_ReadLinux. */
+QV_API int32_t COMM_Com_ReadLinuxAux(uint8_t *buf, uint32_t nMaxLen, int32_t nTimeOut, EndConditionFn end) QV_NOEXCEPT;
+
+/* Switches the aux port off, then restores the tty's settings and closes it; without an open port it does nothing.
+ * bAuxPrefix: 1: ESC "[2l" goes behind. Always 0. Changes g_AuxFd; g_AuxOp.nTermType becomes 1 where it was unknown. */
+QV_API int32_t COMM_Com_CloseLinuxAux(uint32_t bAuxPrefix) QV_NOEXCEPT;
+
+/* The first half of it: sends the close sequence. Always 0, whether or not it could be sent. */
+QV_API int32_t COMM_Com_CloseAuxPort(uint32_t bAuxPrefix) QV_NOEXCEPT;
+
+/* Open and close sequences of each family, as NUL-terminated text. port, baud: as nAuxPort, nBaud above.
+ * out: at least 64 bytes. 0; -2: out is null. */
+QV_API int32_t Star_GetOpenAuxCmd(uint32_t port, uint32_t baud, char *out) QV_NOEXCEPT;
+QV_API int32_t Star_GetClosAuxCmd(char *out) QV_NOEXCEPT;
+QV_API int32_t GG_GetOpenAuxCmd(uint32_t port, uint32_t baud, char *out) QV_NOEXCEPT;
+QV_API int32_t GG_GetCloseAuxCmd(char *out) QV_NOEXCEPT;
+QV_API int32_t GW_GetOpenAuxCmd(uint32_t port, char *out) QV_NOEXCEPT;
+QV_API int32_t GW_GetCloseAuxCmd(char *out) QV_NOEXCEPT;
+QV_API int32_t WYSE_GetOpenAuxCmd(uint32_t port, char *out) QV_NOEXCEPT;
+QV_API int32_t WYSE_GetCloseAuxCmd(char *out) QV_NOEXCEPT;
+
+/* ---- USB HID through libusb -------------------------------------------------------------------------------------
+
+ * One device at a time. The kernel's driver is taken off the interface and not given back. Needs read and write
+ * access to the device's node below /dev/bus/usb. */
+
+typedef struct libusb_device libusb_device;
+typedef struct libusb_device_handle libusb_device_handle;
+struct libusb_interface;
+struct libusb_interface_descriptor;
+struct libusb_endpoint_descriptor;
+
+/* What is known of one endpoint. */
+typedef struct {
+    uint8_t cEpaddress;       /* endpoint address, bit 7: IN */
+    uint8_t cTransferType;    /* 2 bulk, 3 interrupt */
+    uint8_t cTimeInterval;    /* slept after each interrupt transfer, milliseconds */
+    uint8_t cMaxPackeSize[2]; /* report size in bytes, high byte first */
+} EndpointInfo;
+
+extern QV_API libusb_device *m_targetDev;      /* the open device; null: closed (and at load) */
+extern QV_API libusb_device **m_devs;          /* the list that it came from */
+extern QV_API libusb_device_handle *m_handle;  /* its handle */
+extern QV_API EndpointInfo g_inep;             /* all 0 at load; a close leaves it */
+extern QV_API EndpointInfo g_outep;            /* likewise */
 extern QV_API uint32_t g_bIsLinuxHidClearZero; /* 1 at load: strip the zero padding of each received report */
+
+/* Opens the first device of these ids, resets it and claims its reader interface: the only one where there is one, the
+ * first of vendor 0x2B46 product 0xBE11, the second of any other. While a device is open it returns 0 and keeps that
+ * one. 0; -50 no such device; -3 it would not open, has no configuration or its interface is held by another.
+ * Changes m_targetDev, m_devs, m_handle, g_inep, g_outep. */
+QV_API int32_t COMM_Hid_OpenLinuxUsbLibHid(uint32_t nVID, uint32_t nPID) QV_NOEXCEPT;
+
+/* Closes the device; without one it does nothing. Always 0. Changes m_targetDev, m_devs, m_handle. */
+QV_API int32_t COMM_Hid_CloseLinuxUsbLibHid(void) QV_NOEXCEPT;
+
+/* Writes a command in up to five reports, so that with reports of 64 bytes it has at most 320 bytes.
+ * len; -50: not open; -54: more than 1024 bytes or null (nothing is sent), a transfer failed or lasted more than
+ * 1 second, or five reports did not suffice. */
+QV_API int32_t COMM_Hid_WriteLinuxUsbLibHid(const uint8_t *data, uint32_t len) QV_NOEXCEPT;
+
+/* Reads until end (may be null) says complete, nMax bytes have come, nTimeOut seconds are exceeded or a cancel comes.
+ * buf: out, at least nMax bytes. nTimeOut: whole seconds, strictly exceeded; below 1 it waits 2000 seconds.
+ * Length of the reply up to its last byte that is not zero; 0 for a time-out, a cancel, or a device that is gone (until
+ * the time-out); -50: not open or null. */
+QV_API int32_t COMM_Hid_ReadLinuxUsbLibHid(uint8_t *buf, uint32_t nMax, int32_t nTimeOut,
+                                           EndConditionFn end) QV_NOEXCEPT;
+
+/* Asks the running read to end; it does within about 1 s. May be called from any thread. 0; -57: not open. */
+QV_API int32_t COMM_Hid_CancelLinuxUsbLibHid(void) QV_NOEXCEPT;
 
 /* Sets g_bIsLinuxHidClearZero. Always 0. */
 QV_API int32_t COMM_Hid_SetLinuxHidClearZero(uint32_t flag) QV_NOEXCEPT;
+
+/* Steps of the open: learn the endpoints of an interface, of one of its settings, from two endpoints. Both return the
+ * interface's number; 0 where there is not exactly one setting, or null is given. Other than two endpoints teach
+ * nothing. Change g_inep and g_outep. */
+QV_API uint8_t GetCommInfo(const struct libusb_interface *itf) QV_NOEXCEPT;
+QV_API uint8_t GetInterfaceInfo(const struct libusb_interface_descriptor *alt) QV_NOEXCEPT;
+QV_API void GetEndpointInfo(const struct libusb_endpoint_descriptor *ep1,
+                            const struct libusb_endpoint_descriptor *ep2) QV_NOEXCEPT;
+
+/* Steps of the read: copy a report of n bytes without its trailing zeros, or whole. out: at least n bytes. Bytes copied;
+ * 0 for null. */
+QV_API int32_t GetLinuxDataClearZero(const uint8_t *report, int32_t n, uint8_t *out) QV_NOEXCEPT;
+QV_API int32_t GetLinuxLibDataWithoutZero(const uint8_t *report, int32_t n, uint8_t *out) QV_NOEXCEPT;
+
+/* Bytes of the first len ones up to the last that is not zero; 0 for null or a negative len. */
+QV_API int32_t GetLinuxDataReallenth(const uint8_t *buf, int32_t len) QV_NOEXCEPT;
+
+/* ---- USB HID through hidapi -------------------------------------------------------------------------------------
+
+ * Another way to the same readers, through the kernel's driver; no transport type leads here, call it directly. Needs
+ * read and write access to the reader's /dev/hidraw node. */
+
+typedef struct hid_device_ hid_device;
+
+extern QV_API hid_device *m_pHidHanle;            /* null: closed (and at load) */
+extern QV_API uint32_t g_bIsLinuxSrcHidClearZero; /* 1 at load; kept, but nothing asks it */
+
+/* Opens the first device of these ids; one that is open is closed before. 0; -3. Changes m_pHidHanle. */
+QV_API int32_t COMM_Hid_OpenLinuxHid(uint32_t nVID, uint32_t nPID) QV_NOEXCEPT;
+
+/* Closes the device; without one it does nothing. Always 0. Changes m_pHidHanle. */
+QV_API int32_t COMM_Hid_CloseLinuxHid(void) QV_NOEXCEPT;
+
+/* Writes a command as one output report with report id 0. len; -50: not open; -54: more than 1023 bytes or null (nothing
+ * is sent), or the device took other than len bytes. A failed write also prints a line on standard error. */
+QV_API int32_t COMM_Hid_WriteLinuxHid(const uint8_t *data, uint32_t len) QV_NOEXCEPT;
+
+/* Reads as COMM_Hid_ReadLinuxUsbLibHid does, but takes the first run of bytes that are not zero from each report, and
+ * nTimeOut as it is: a negative one ends the read after its first wait of 200 ms. Bytes received; -50: not open or null;
+ * -55, -56 or -57. */
+QV_API int32_t COMM_Hid_ReadLinuxHid(uint8_t *buf, uint32_t nMax, int32_t nTimeOut, EndConditionFn end) QV_NOEXCEPT;
+
+/* Asks the running read to end; it does within about 0.2 s. May be called from any thread. 0; -57: not open. */
+QV_API int32_t COMM_Hid_CancelLinuxRead(void) QV_NOEXCEPT;
+
+/* Sets g_bIsLinuxSrcHidClearZero. Always 0. */
+QV_API int32_t COMM_Hid_SetSrcLinuxHidClearZero(uint32_t flag) QV_NOEXCEPT;
+
+/* Step of the read: copies the first run of bytes of a report of n bytes that are not zero. out: at least n bytes. Bytes
+ * copied; 0 for null. */
+QV_API int32_t GetLinuxSrcDataWithoutZero(const uint8_t *report, int32_t n, uint8_t *out) QV_NOEXCEPT;
 
 QV_END_DECLS
 

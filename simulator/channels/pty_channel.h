@@ -25,8 +25,11 @@ class PtyChannel final : public Channel {
 
     const std::string &path() const { return path_; }
     void send(BytesView bytes, unsigned baud) override;
+    std::string place() const override { return "pty " + path_; }
     // The reading thread ended by an error of the terminal; nothing more will come.
-    bool failed() const { return failed_; }
+    bool failed() const override { return failed_; }
+    // Bits per second at which the host's end stands.
+    unsigned hostBaud() const;
 
   private:
     struct Piece {
@@ -38,7 +41,6 @@ class PtyChannel final : public Channel {
     bool readPieces();
     bool hand(Piece piece);
     void takePieces();
-    unsigned hostBaud() const;
 
     EventLoop &loop_;
     Receiver receiver_;

@@ -84,6 +84,26 @@ Trouble showFaults(Bench &bench, const Words &, Lines &told)
     return std::nullopt;
 }
 
+Trouble expectAllPlayed(Bench &bench, const Words &, Lines &told)
+{
+    return bench.expectAllPlayed(told);
+}
+
+Trouble unplug(Bench &bench, const Words &, Lines &)
+{
+    return bench.unplug();
+}
+
+Trouble plug(Bench &bench, const Words &, Lines &)
+{
+    return bench.plug();
+}
+
+Trouble setUsb(Bench &bench, const Words &arguments, Lines &told)
+{
+    return bench.setUsb(arguments[0], told);
+}
+
 Trouble showHelp(Bench &, const Words &, Lines &told)
 {
     told = commandHelp();
@@ -96,7 +116,7 @@ Trouble quit(Bench &bench, const Words &, Lines &)
     return std::nullopt;
 }
 
-constexpr std::array<Command, 11> kCommands{{
+constexpr std::array<Command, 15> kCommands{{
     {"insert", "SLOT CARD", 2, "puts a card in; CARD is script:FILE or vpcd:PORT", insertCard},
     {"remove", "SLOT", 1, "pulls the card out", removeCard},
     {"swipe", "TRACK2 TRACK3", 2, "a magnetic card goes through once; - is an empty track", swipeCard},
@@ -104,7 +124,11 @@ constexpr std::array<Command, 11> kCommands{{
     {"device", "FIELD VALUE", 2, "model, serial, date, version, version2 or mac of the device record", setDevice},
     {"fault", "NAME [ARG] [every]|off", 1, "spoils the next reply, or every one", setFault},
     {"faults", "", 0, "the faults there are, and which are on", showFaults},
+    {"unplug", "", 0, "USB: pulls the reader's plug; its cards lose power", unplug},
+    {"plug", "", 0, "USB: plugs the reader in again", plug},
+    {"usb", "NAME VALUE|list", 1, "USB: how the device misbehaves from now on, or what there is", setUsb},
     {"state", "", 0, "line speed, switch box, cards, work in hand, LEDs, buzzer, counts", showState},
+    {"expect", "", 0, "ok when every line of the card files has been played; tells what is left", expectAllPlayed},
     {"baud", "N", 1, "the reader's line speed from now on", setBaud},
     {"help", "", 0, "this list", showHelp},
     {"quit", "", 0, "ends the simulator", quit},

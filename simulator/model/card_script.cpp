@@ -12,6 +12,7 @@
 //   + HEX          goes on with the command or reply above
 //   order NAME     the commands up to `end` are known only in the order in which they stand
 //   end            end of an ordered section
+//   power          what follows is the card from its next power-on on
 #include "model/card_script.h"
 
 #include <array>
@@ -24,7 +25,6 @@ namespace {
 constexpr std::size_t kMostLine = 8192;    // characters
 constexpr std::size_t kMostCommand = 1024; // bytes of one command APDU
 constexpr std::size_t kMostReply = 4096;   // bytes of one response APDU
-constexpr std::size_t kMostAtr = 33;       // ISO 7816-3
 constexpr std::size_t kStatusBytes = 2;
 
 bool isBlank(char c)
@@ -92,7 +92,7 @@ class Parser {
             wrong = takeLine(line);
         }
         if (wrong == nullptr)
-            wrong = finish();
+            wrong = finishPart();
         if (wrong != nullptr)
             return std::string(fileName_) + ":" + std::to_string(line_ == 0 ? 1 : line_) + ": " + wrong;
         return std::move(script_);
@@ -104,7 +104,7 @@ class Parser {
         std::string_view word;
         Rule rule;
     };
-    static const std::array<RuleRow, 9> kRules;
+    static const std::array<RuleRow, 10> kRules;
 
     const char *takeLine(std::string_view line)
     {
@@ -124,7 +124,7 @@ class Parser {
         for (const RuleRow &row : kRules)
             if (row.word == word)
                 return (this->*row.rule)(rest);
-        return "unknown word; known are name, atr, mute, default, >, <, +, order and end";
+        return "unknown word; known are name, atr, mute, default, >, <, +, order, end and power";
     }
 
     const char *takeName(std::string_view rest)
@@ -135,13 +135,14 @@ class Parser {
 
     const char *takeAtr(std::string_view rest)
     {
-        if (mute_ || script_.atr)
+        if (powerOnGiven_)
             return "the answer to power-on has been given already";
-        script_.atr = fromHex(rest);
-        if (!script_.atr)
+        const std::optional<Bytes> atr = fromHex(rest);
+        if (!atr)
             return "the ATR is not hexadecimal";
-        if (script_.atr->empty() || script_.atr->size() > kMostAtr)
+        if (atr->empty() || atr->size() > kMostAtr)
             return "an ATR has 1 to 33 bytes";
+        givePowerOn(atr);
         return nullptr;
     }
 
@@ -149,10 +150,17 @@ class Parser {
     {
         if (!rest.empty())
             return "nothing may follow \"mute\"";
-        if (mute_ || script_.atr)
+        if (powerOnGiven_)
             return "the answer to power-on has been given already";
-        mute_ = true;
+        givePowerOn(std::nullopt);
         return nullptr;
+    }
+
+    void givePowerOn(const std::optional<Bytes> &atr)
+    {
+        part().atr = atr;
+        part().line = line_;
+        powerOnGiven_ = true;
     }
 
     const char *takeDefault(std::string_view rest)
@@ -160,7 +168,7 @@ class Parser {
         const std::optional<Bytes> reply = fromHex(rest);
         if (!reply || reply->size() < kStatusBytes || reply->size() > kMostReply)
             return "the default reply is hexadecimal and ends in two status bytes";
-        script_.defaultReply = *reply;
+        part().defaultReply = *reply;
         return nullptr;
     }
 
@@ -185,10 +193,10 @@ class Parser {
             return wrong;
         inReply_ = true;
         if (rest == "silence") {
-            open_->replies.emplace_back(std::nullopt);
+            open_->replies.push_back({std::nullopt, line_});
             return nullptr;
         }
-        open_->replies.emplace_back(Bytes{});
+        open_->replies.push_back({Bytes{}, line_});
         return appendReply(rest);
     }
 
@@ -207,7 +215,7 @@ class Parser {
             return "an ordered section cannot stand inside another one";
         if (rest.empty())
             return "an ordered section needs a name";
-        script_.sections.push_back({std::string(rest), {}});
+        part().sections.push_back({std::string(rest), {}});
         inSection_ = true;
         return nullptr;
     }
@@ -220,15 +228,28 @@ class Parser {
             return "\"end\" without \"order\"";
         if (!rest.empty())
             return "nothing may follow \"end\"";
-        if (script_.sections.back().commands.empty())
+        if (part().sections.back().commands.empty())
             return "the ordered section has no commands";
         inSection_ = false;
         return nullptr;
     }
 
+    // The new part keeps the answer to power-on and the default reply until it gives its own.
+    const char *takePower(std::string_view rest)
+    {
+        if (!rest.empty())
+            return "nothing may follow \"power\"";
+        if (const char *wrong = finishPart())
+            return wrong;
+        script_.parts.push_back({part().atr, part().defaultReply, {}, {}, line_});
+        powerOnGiven_ = false;
+        patternsSeen_.clear();
+        return nullptr;
+    }
+
     const char *appendReply(std::string_view text)
     {
-        ScriptReply &reply = open_->replies.back();
+        std::optional<Bytes> &reply = open_->replies.back().bytes;
         const std::optional<Bytes> more = fromHex(text);
         if (!reply)
             return "nothing may follow \"silence\"";
@@ -242,9 +263,9 @@ class Parser {
 
     const char *finishReply()
     {
-        if (open_->replies.empty() || !open_->replies.back())
+        if (open_->replies.empty() || !open_->replies.back().bytes)
             return nullptr;
-        return open_->replies.back()->size() < kStatusBytes ? "the reply above has no two status bytes" : nullptr;
+        return open_->replies.back().bytes->size() < kStatusBytes ? "the reply above has no two status bytes" : nullptr;
     }
 
     const char *finishCommand()
@@ -259,7 +280,7 @@ class Parser {
             return "the command above has no reply";
         if (const char *wrong = finishReply())
             return wrong;
-        std::vector<ScriptedCommand> &list = inSection_ ? script_.sections.back().commands : script_.commands;
+        std::vector<ScriptedCommand> &list = inSection_ ? part().sections.back().commands : part().commands;
         // In a section the same command may well come twice; outside, the second would never be reached.
         if (!inSection_ && !patternsSeen_.insert(keyOf(open_->pattern)).second)
             return "the command above stands twice; give it several replies instead";
@@ -268,16 +289,18 @@ class Parser {
         return nullptr;
     }
 
-    const char *finish()
+    const char *finishPart()
     {
         if (const char *wrong = finishCommand())
             return wrong;
         if (inSection_)
             return "the ordered section has no \"end\"";
-        if (!script_.atr && !mute_)
+        if (!powerOnGiven_ && script_.parts.size() == 1)
             return "no \"atr\"; a card that gives none says \"mute\"";
         return nullptr;
     }
+
+    CardPart &part() { return script_.parts.back(); }
 
     static std::string keyOf(const CommandPattern &pattern)
     {
@@ -292,15 +315,15 @@ class Parser {
 
     std::string_view fileName_;
     unsigned line_ = 0;
-    CardScript script_;
-    bool mute_ = false;
+    CardScript script_{{}, {CardPart{}}};
+    bool powerOnGiven_ = false; // in this part
     bool inSection_ = false;
     bool inReply_ = false;
     std::optional<ScriptedCommand> open_; // the command whose lines are being read
-    std::set<std::string> patternsSeen_;
+    std::set<std::string> patternsSeen_;  // of the part
 };
 
-const std::array<Parser::RuleRow, 9> Parser::kRules{{
+const std::array<Parser::RuleRow, 10> Parser::kRules{{
     {"name", &Parser::takeName},
     {"atr", &Parser::takeAtr},
     {"mute", &Parser::takeMute},
@@ -310,6 +333,7 @@ const std::array<Parser::RuleRow, 9> Parser::kRules{{
     {"+", &Parser::takeMore},
     {"order", &Parser::takeOrder},
     {"end", &Parser::takeEnd},
+    {"power", &Parser::takePower},
 }};
 
 } // namespace
@@ -325,6 +349,20 @@ bool CommandPattern::matches(BytesView command) const
             return false;
     }
     return true;
+}
+
+std::string CommandPattern::text() const
+{
+    static constexpr char kDigits[] = "0123456789ABCDEF";
+    std::string text;
+    for (std::size_t i = 0; i < halves.size(); ++i) {
+        if (i != 0 && i % 2 == 0)
+            text += ' ';
+        text += halves[i] == kAnyHalf ? '?' : kDigits[halves[i]];
+    }
+    if (openEnd)
+        text += text.empty() ? "*" : " *";
+    return text;
 }
 
 CardScriptResult parseCardScript(std::string_view text, std::string_view fileName)

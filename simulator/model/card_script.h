@@ -15,11 +15,15 @@ struct CommandPattern {
     bool openEnd = false;            // "*" at the end: more bytes, or none, may follow
 
     bool matches(BytesView command) const;
+    // As it stands in a card file: "00 A4 0? *".
+    std::string text() const;
     bool operator==(const CommandPattern &) const = default;
 };
 
-// Nothing: the card keeps silent.
-using ScriptReply = std::optional<Bytes>;
+struct ScriptReply {
+    std::optional<Bytes> bytes; // nothing: the card keeps silent
+    unsigned line = 0;
+};
 
 struct ScriptedCommand {
     CommandPattern pattern;
@@ -32,12 +36,18 @@ struct OrderedSection {
     std::vector<ScriptedCommand> commands;
 };
 
-struct CardScript {
-    std::string name;
+// What the card is from one power-on to the next.
+struct CardPart {
     std::optional<Bytes> atr; // nothing: the card is mute
     Bytes defaultReply{0x6D, 0x00};
     std::vector<ScriptedCommand> commands;
     std::vector<OrderedSection> sections;
+    unsigned line = 0; // of its answer to power-on, or where the part begins when it takes the part's above
+};
+
+struct CardScript {
+    std::string name;
+    std::vector<CardPart> parts; // at least one; the last one stays
 };
 
 // Holds the script, or the sentence "FILE:LINE: what is wrong".
@@ -46,7 +56,8 @@ using CardScriptResult = std::variant<CardScript, std::string>;
 // `fileName` only names the text in messages.
 CardScriptResult parseCardScript(std::string_view text, std::string_view fileName);
 
-// Largest text that is taken as a card file.
+// Largest text that is taken as a card file, and longest answer to power-on.
 constexpr std::size_t kMostCardFileBytes = std::size_t{1} << 20;
+constexpr std::size_t kMostAtr = 33; // ISO 7816-3
 
 } // namespace qvsim

@@ -56,6 +56,12 @@ void Reader::setBaud(unsigned baud)
     baud_ = baud;
 }
 
+void Reader::losePower()
+{
+    parser_.disturb();
+    reset();
+}
+
 void Reader::traceLine(std::string_view text)
 {
     if (trace_.wanted())

@@ -57,6 +57,8 @@ class Reader {
     // False when the slot was empty.
     bool remove(SlotCode slot, TimePoint now);
     void setBaud(unsigned baud);
+    // As after being unplugged: all cards lose power, what was begun is forgotten.
+    void losePower();
     // A magnetic card went through once; it is kept until a detection reports it. False when a track is longer than
     // kMostTrackCharacters or holds anything else than printable ASCII characters without "|".
     bool swipe(const std::string &track2, const std::string &track3);

@@ -13,8 +13,12 @@ namespace qvsim {
 namespace {
 
 constexpr unsigned kHighestPort = 65535;
+constexpr unsigned kUsbBaud = 9600; // of a reader that has no line; only its escape sequences know of it
 // Pieces of replies that faults hold back; a host that goes on asking beyond this gets no more of them.
 constexpr std::size_t kMostOutgoing = 16'384;
+constexpr std::size_t kMostLeftTold = 100; // lines of card files that have not been played
+
+constexpr char kOnlyUsb[] = "this reader is not on USB";
 
 TimePoint now()
 {
@@ -29,15 +33,38 @@ const Bench::CardKind Bench::kCardKinds[] = {
 };
 
 Bench::Bench(EventLoop &loop, unsigned baud, std::chrono::milliseconds cardPatience, Trace &trace)
-    : loop_(loop), trace_(trace), reader_(baud, cardPatience, trace),
-      pty_(
-          loop, baud,
-          [this](BytesView bytes, std::optional<unsigned> lineSpeed) {
-              reader_.receive(bytes, lineSpeed, now());
-              settle();
-          },
-          trace)
+    : loop_(loop), trace_(trace), reader_(baud, cardPatience, trace)
 {
+    auto pty = std::make_unique<PtyChannel>(loop, baud, receiver(), trace);
+    pty_ = pty.get();
+    channel_ = std::move(pty);
+}
+
+Bench::Bench(EventLoop &loop, const std::vector<UsbDeviceOptions> &devices, std::chrono::milliseconds cardPatience,
+             Trace &trace)
+    : loop_(loop), trace_(trace), reader_(kUsbBaud, cardPatience, trace)
+{
+    auto usb = std::make_unique<UsbChannel>(loop, devices, receiver(), trace);
+    usb_ = usb.get();
+    channel_ = std::move(usb);
+}
+
+Channel::Receiver Bench::receiver()
+{
+    return [this](BytesView bytes, std::optional<unsigned> lineSpeed) {
+        if (terminal_)
+            terminal_->fromHost(bytes);
+        else
+            reader_.receive(bytes, lineSpeed, now());
+        settle();
+    };
+}
+
+void Bench::putTerminal(const TerminalFamily &family, unsigned auxPort)
+{
+    terminal_ = std::make_unique<Terminal>(
+        family, auxPort, reader_.baud(),
+        [this](BytesView bytes, unsigned speed) { reader_.receive(bytes, speed, now()); }, trace_);
 }
 
 Trouble Bench::insert(SlotCode slot, std::string_view card, std::vector<std::string> &told)
@@ -56,6 +83,8 @@ Trouble Bench::insert(SlotCode slot, std::string_view card, std::vector<std::str
 
 Trouble Bench::insertScript(SlotCode slot, std::string_view file, std::vector<std::string> &)
 {
+    if (file.empty())
+        return "script:FILE takes the name of a card file";
     CardScriptResult result = readCardFile(std::string(file));
     if (const std::string *const wrong = std::get_if<std::string>(&result))
         return *wrong;
@@ -63,8 +92,11 @@ Trouble Bench::insertScript(SlotCode slot, std::string_view file, std::vector<st
     std::string label = "script:" + std::string(file);
     if (!script.name.empty())
         label += " (" + script.name + ")";
+    std::shared_ptr<ScriptUse> &use = uses_[{slot, std::string(file)}];
+    if (!use)
+        use = std::make_shared<ScriptUse>();
     scripts_.insert(slot);
-    reader_.insert(slot, std::make_unique<ScriptCard>(std::move(script), std::move(label)), now());
+    reader_.insert(slot, std::make_unique<ScriptCard>(std::move(script), std::move(label), use), now());
     return std::nullopt;
 }
 
@@ -124,10 +156,48 @@ Trouble Bench::setDevice(std::string_view field, std::string_view value)
     return setDeviceField(reader_.device(), field, value);
 }
 
+Trouble Bench::unplug()
+{
+    if (usb_ == nullptr)
+        return kOnlyUsb;
+    if (Trouble trouble = usb_->unplug())
+        return trouble;
+    reader_.losePower();
+    outgoing_.clear();
+    settle();
+    return std::nullopt;
+}
+
+Trouble Bench::plug()
+{
+    return usb_ == nullptr ? Trouble(kOnlyUsb) : usb_->plug();
+}
+
+Trouble Bench::setUsb(std::string_view words, std::vector<std::string> &told)
+{
+    if (usb_ == nullptr)
+        return kOnlyUsb;
+    if (words != "list")
+        return usb_->set(words);
+    told = usb_->describe();
+    return std::nullopt;
+}
+
+// A terminal's line is gone with its other end; a USB reader can come back.
+void Bench::hangUp()
+{
+    if (usb_ == nullptr)
+        return stop();
+    usb_->unplug();
+    reader_.losePower();
+}
+
 std::vector<std::string> Bench::describe() const
 {
     std::vector<std::string> lines = reader_.describe(now());
-    lines.insert(lines.begin(), "pty " + pty_.path());
+    lines.insert(lines.begin(), channel_->place());
+    if (terminal_)
+        lines.push_back("terminal " + terminal_->describe());
     for (const auto &[slot, bridge] : bridges_)
         if (!bridge->hasCard())
             lines.push_back("slot " + std::to_string(slot) + " empty vpcd:" + std::to_string(bridge->port()) +
@@ -135,13 +205,29 @@ std::vector<std::string> Bench::describe() const
     return lines;
 }
 
+Trouble Bench::expectAllPlayed(std::vector<std::string> &told) const
+{
+    if (uses_.empty())
+        return "no card file has been in a slot";
+    std::size_t count = 0;
+    for (const auto &[place, use] : uses_)
+        for (const std::string &line : use->left())
+            if (++count <= kMostLeftTold)
+                told.push_back(slotName(place.first) + ": " + place.second + ":" + line);
+    if (count == 0)
+        return std::nullopt;
+    if (count > kMostLeftTold)
+        told.push_back("and " + std::to_string(count - kMostLeftTold) + " more");
+    return std::to_string(count) + (count == 1 ? " line" : " lines") + " of card files not played";
+}
+
 bool Bench::run()
 {
-    while (!stopped_ && !pty_.failed()) {
+    while (!stopped_ && !channel_->failed()) {
         loop_.runOnce(deadline());
         settle();
     }
-    return !pty_.failed();
+    return !channel_->failed();
 }
 
 // Whatever happened: cards may have answered or gone, time may be over, the reader may have something to say. A card
@@ -168,7 +254,7 @@ void Bench::queue(SentBytes reply)
         trace_.line("     fault: " + faults_.names());
     Delivery delivery = faults_.apply(std::move(reply.bytes));
     if (delivery.hangsUp)
-        stop();
+        hangUp();
     if (outgoing_.size() > kMostOutgoing) {
         if (trace_.wanted())
             trace_.line("     reply lost: too many are held back");
@@ -187,9 +273,17 @@ void Bench::sendDue()
         const Outgoing &next = outgoing_.front();
         if (next.spoilt && trace_.wanted())
             trace_.line("sent " + toHex(next.sent.bytes));
-        pty_.send(next.sent.bytes, next.sent.baud);
+        send(next.sent);
         outgoing_.pop_front();
     }
+}
+
+void Bench::send(const SentBytes &sent)
+{
+    if (!terminal_)
+        channel_->send(sent.bytes, sent.baud);
+    else if (const Bytes passed = terminal_->fromReader(sent.bytes, sent.baud); !passed.empty())
+        pty_->send(passed, pty_->hostBaud());
 }
 
 std::optional<TimePoint> Bench::deadline() const

@@ -1,4 +1,4 @@
-// open, one bounded read, parse.
+// open, one bounded read, parse; and the way back.
 #include "program/card_files.h"
 
 #include "system/io.h"
@@ -8,8 +8,15 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <stdexcept>
 
 namespace qvsim {
+
+namespace {
+
+constexpr mode_t kRecordMode = 0600; // card data
+
+} // namespace
 
 CardScriptResult readCardFile(const std::string &path)
 {
@@ -35,6 +42,16 @@ CardScriptResult readCardFile(const std::string &path)
     }
     text.resize(size);
     return parseCardScript(text, path);
+}
+
+void writeCardFile(const std::string &path, std::string_view text)
+{
+    const UniqueFd file(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY, kRecordMode));
+    int error = file ? 0 : errno;
+    if (file)
+        writeSome(file.get(), asBytes(text), error);
+    if (error != 0)
+        throw std::runtime_error(errorText("record " + path, error));
 }
 
 } // namespace qvsim

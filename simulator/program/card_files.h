@@ -1,4 +1,4 @@
-// Reads card scripts from disk.
+// Card files on disk.
 #pragma once
 
 #include "model/card_script.h"
@@ -9,5 +9,8 @@ namespace qvsim {
 
 // Only regular files of at most 1 MiB; never waits for a writer as a named pipe would make it.
 CardScriptResult readCardFile(const std::string &path);
+
+// A recorded card: readable by its owner alone. Throws std::runtime_error when it cannot be written.
+void writeCardFile(const std::string &path, std::string_view text);
 
 } // namespace qvsim

@@ -3,10 +3,12 @@
 #include "control/client.h"
 #include "control/commands.h"
 #include "control/server.h"
-#include "program/bench.h"
+#include "program/equip.h"
+#include "program/from_log.h"
 #include "program/options.h"
 #include "program/tap.h"
 #include "program/trace_file.h"
+#include "program/usb_serve.h"
 #include "system/process.h"
 #include "system/text_output.h"
 
@@ -30,18 +32,12 @@ int serve(const Options &options)
     EventLoop loop;
     TraceFile trace(options.traceFile);
     Bench bench(loop, options.baud, options.cardPatience, trace);
-    const StopSignals signals(loop, [&bench] { bench.stop(); });
+    const StopSignals signals(loop, [&bench](int, bool) { bench.stop(); });
+    if (const TerminalFamily *const family = findTerminalFamily(options.terminal))
+        bench.putTerminal(*family, options.auxPort);
 
-    for (const auto &[field, value] : options.device)
-        if (const Trouble trouble = bench.setDevice(field, value))
-            throw std::runtime_error(*trouble);
-    for (const auto &[slot, card] : options.cards) {
-        std::vector<std::string> told;
-        if (const Trouble trouble = bench.insert(slot, card, told))
-            throw std::runtime_error("card " + std::to_string(slot) + "=" + card + ": " + *trouble);
-        for (const std::string &line : told)
-            out.line(line);
-    }
+    for (const std::string &line : equip(bench, options))
+        out.line(line);
     std::list<DeviceLink> links;
     for (const std::string &path : options.links) {
         links.emplace_back(path, bench.ptyPath());
@@ -55,11 +51,11 @@ int serve(const Options &options)
         remark("control commands: qvreader-sim ctl " + options.controlPath + " help");
     }
     out.line("ready " + bench.ptyPath());
-    if (!bench.run()) {
+    const bool whole = bench.run();
+    if (!whole)
         err.line("qvreader-sim: the pseudo-terminal broke down");
-        return 1;
-    }
-    return 0;
+    const bool allPlayed = !options.expect || tellUnplayed(bench, err);
+    return !whole ? 1 : allPlayed ? 0 : kExitNotPlayed;
 }
 
 int listen(const Options &options)
@@ -69,7 +65,7 @@ int listen(const Options &options)
     EventLoop loop;
     TraceFile trace(options.traceFile);
     Tap tap(loop, options.tapTty, options.baud, trace);
-    const StopSignals signals(loop, [&tap] { tap.stop(); });
+    const StopSignals signals(loop, [&tap](int, bool) { tap.stop(); });
     std::list<DeviceLink> links;
     for (const std::string &path : options.links)
         links.emplace_back(path, tap.ptyPath());
@@ -93,9 +89,11 @@ int main(int argc, char **argv)
             return parsed.exitCode;
         if (parsed.options.isControlCall)
             return qvsim::callControl(parsed.options.controlCallPath, parsed.options.controlCallLine);
+        if (!parsed.options.logFiles.empty())
+            return qvsim::convertLogs(parsed.options);
         if (parsed.options.isTap)
             return listen(parsed.options);
-        return serve(parsed.options);
+        return parsed.options.isUsb ? qvsim::serveUsb(parsed.options) : serve(parsed.options);
     } catch (const std::exception &error) {
         qvsim::TextOutput(STDERR_FILENO).line(std::string("qvreader-sim: ") + error.what());
         return 1;

@@ -2,28 +2,47 @@
 #pragma once
 
 #include "model/slots.h"
+#include "usb/descriptors.h"
 
 #include <chrono>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 namespace qvsim {
 
+// Exit code of --expect when lines are left.
+constexpr int kExitNotPlayed = 3;
+
 struct Options {
     std::vector<std::string> links;
     unsigned baud = 9600;
     std::vector<std::pair<SlotCode, std::string>> cards;     // slot and "script:FILE" or "vpcd:PORT"
     std::vector<std::pair<std::string, std::string>> device; // field and value of the device record
+    std::string terminal;                                    // name of its family; empty: none
+    unsigned auxPort = 1;                                    // of the terminal, where the reader is
     std::string controlPath;                                 // empty: none
     std::string traceFile;                                   // empty: none, "-": standard error
     std::chrono::milliseconds cardPatience{2500};
     bool quiet = false;
+    bool expect = false; // leave with kExitNotPlayed unless every line of the card files has been played
+
+    // `qvreader-sim --from-log FILE`
+    std::vector<std::string> logFiles; // empty: none
+    std::optional<SlotCode> logSlot;
+
+    std::string recordFile; // of tap and --from-log; empty: none
+
+    // `qvreader-sim --usb -- COMMAND...`
+    bool isUsb = false;
+    std::vector<UsbDeviceOptions> usbDevices;
+    std::vector<std::string> usbSettings; // "claim busy"
+    std::vector<std::string> command;     // empty: none, hosts are started by somebody else
 
     // `qvreader-sim tap TTY`
     bool isTap = false;
     std::string tapTty;
-    std::string recordFile; // empty: none
 
     // `qvreader-sim ctl SOCKETPATH COMMAND...`
     bool isControlCall = false;

@@ -1,6 +1,7 @@
 // One real tty, one pseudo-terminal.
 #include "program/tap.h"
 
+#include "program/card_files.h"
 #include "system/io.h"
 #include "system/tty_speeds.h"
 
@@ -16,7 +17,6 @@ namespace qvsim {
 namespace {
 
 constexpr std::size_t kPieceBytes = 1024;
-constexpr mode_t kRecordMode = 0600; // card data
 
 UniqueFd openTty(const std::string &path)
 {
@@ -110,12 +110,7 @@ bool Tap::record(const std::string &path) const
     const std::optional<std::string> text = conversation_.cardFile();
     if (!text)
         return false;
-    const UniqueFd file(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY, kRecordMode));
-    int error = file ? 0 : errno;
-    if (file)
-        writeSome(file.get(), asBytes(*text), error);
-    if (error != 0)
-        throw std::runtime_error(errorText("record " + path, error));
+    writeCardFile(path, *text);
     return true;
 }
 

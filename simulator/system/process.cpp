@@ -38,7 +38,7 @@ void prepareProcess()
     ::sigprocmask(SIG_BLOCK, &set, nullptr);
 }
 
-StopSignals::StopSignals(EventLoop &loop, std::function<void()> stop) : loop_(loop)
+StopSignals::StopSignals(EventLoop &loop, Stop stop) : loop_(loop)
 {
     const sigset_t set = stopSignals();
     fd_ = UniqueFd(::signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
@@ -47,9 +47,10 @@ StopSignals::StopSignals(EventLoop &loop, std::function<void()> stop) : loop_(lo
         throw std::runtime_error(errorText("signalfd", error));
     }
     loop_.watch(fd_.get(), POLLIN, [this, stop = std::move(stop)](short) {
-        std::array<std::uint8_t, sizeof(signalfd_siginfo)> info{};
-        if (readSome(fd_.get(), info).kind == ReadResult::Kind::bytes)
-            stop();
+        signalfd_siginfo info{};
+        const std::span<std::uint8_t> bytes(reinterpret_cast<std::uint8_t *>(&info), sizeof info);
+        if (readSome(fd_.get(), bytes).kind == ReadResult::Kind::bytes)
+            stop(static_cast<int>(info.ssi_signo), info.ssi_code == SI_KERNEL);
     });
 }
 

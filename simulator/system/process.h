@@ -13,7 +13,9 @@ void prepareProcess();
 // SIGINT, SIGTERM and SIGHUP as events.
 class StopSignals {
   public:
-    StopSignals(EventLoop &loop, std::function<void()> stop);
+    // `stop` gets the signal, and whether it came from the terminal, which tells all of its foreground processes.
+    using Stop = std::function<void(int signal, bool fromTerminal)>;
+    StopSignals(EventLoop &loop, Stop stop);
     ~StopSignals();
     StopSignals(const StopSignals &) = delete;
     StopSignals &operator=(const StopSignals &) = delete;

@@ -13,7 +13,7 @@ CardScript parsed(std::string_view text)
     const CardScriptResult result = parseCardScript(text, "t.card");
     if (const std::string *const wrong = std::get_if<std::string>(&result))
         ADD_FAILURE() << *wrong;
-    return std::holds_alternative<CardScript>(result) ? std::get<CardScript>(result) : CardScript{};
+    return std::holds_alternative<CardScript>(result) ? std::get<CardScript>(result) : CardScript{{}, {CardPart{}}};
 }
 
 std::string refused(std::string_view text)
@@ -46,24 +46,45 @@ TEST(CardScript, EveryLineIsUnderstood)
                                      "< 90 00\n"
                                      "end"); // and no line end
     EXPECT_EQ(script.name, "a card");
-    ASSERT_TRUE(script.atr);
-    EXPECT_EQ(toHex(*script.atr), "3B 00");
-    EXPECT_EQ(toHex(script.defaultReply), "69 82");
-    ASSERT_EQ(script.commands.size(), 3U);
-    ASSERT_EQ(script.commands[0].replies.size(), 2U);
-    EXPECT_EQ(toHex(script.commands[0].replies[1].value_or(Bytes{})), "61 10");
-    EXPECT_TRUE(script.commands[0].pattern.openEnd);
-    EXPECT_TRUE(script.commands[1].pattern.matches(*fromHex("00 84 00 00 08")));
-    EXPECT_EQ(toHex(script.commands[1].replies[0].value_or(Bytes{})), "01 02 90 00");
-    EXPECT_FALSE(script.commands[2].replies[0]);
-    ASSERT_EQ(script.sections.size(), 1U);
-    EXPECT_EQ(script.sections[0].name, "two steps");
-    EXPECT_EQ(script.sections[0].commands.size(), 2U);
+    ASSERT_EQ(script.parts.size(), 1U);
+    const CardPart &part = script.parts[0];
+    EXPECT_EQ(part.atr, fromHex("3B 00"));
+    EXPECT_EQ(part.line, 3U);
+    EXPECT_EQ(toHex(part.defaultReply), "69 82");
+    ASSERT_EQ(part.commands.size(), 3U);
+    ASSERT_EQ(part.commands[0].replies.size(), 2U);
+    EXPECT_EQ(part.commands[0].replies[1].bytes, fromHex("61 10"));
+    EXPECT_EQ(part.commands[0].replies[1].line, 8U);
+    EXPECT_EQ(part.commands[0].pattern.text(), "00 A4 04 ?? *");
+    EXPECT_TRUE(part.commands[1].pattern.matches(*fromHex("00 84 00 00 08")));
+    EXPECT_EQ(part.commands[1].replies[0].bytes, fromHex("01 02 90 00"));
+    EXPECT_FALSE(part.commands[2].replies[0].bytes);
+    ASSERT_EQ(part.sections.size(), 1U);
+    EXPECT_EQ(part.sections[0].name, "two steps");
+    EXPECT_EQ(part.sections[0].commands.size(), 2U);
+}
+
+TEST(CardScript, APartKeepsAtrAndDefaultOfThePartAboveUntilItGivesItsOwn)
+{
+    const CardScript script = parsed("atr 3B 00\ndefault 69 82\n> 00 84\n< 01 90 00\n"
+                                     "power\n> 00 84\n< 02 90 00\n"
+                                     "power\nmute\n"
+                                     "power\n"
+                                     "power\natr 3B 01\ndefault 6D 00\n");
+    ASSERT_EQ(script.parts.size(), 5U);
+    const std::optional<Bytes> atrs[] = {fromHex("3B 00"), fromHex("3B 00"), {}, {}, fromHex("3B 01")};
+    const unsigned lines[] = {1, 5, 9, 10, 12};
+    for (std::size_t i = 0; i < 5; ++i) {
+        EXPECT_EQ(script.parts[i].atr, atrs[i]) << i;
+        EXPECT_EQ(script.parts[i].line, lines[i]) << i;
+        EXPECT_EQ(toHex(script.parts[i].defaultReply), i < 4 ? "69 82" : "6D 00") << i;
+        EXPECT_EQ(script.parts[i].commands.size(), i < 2 ? 1U : 0U) << i;
+    }
 }
 
 TEST(CardScript, AMuteCardHasNoAtr)
 {
-    EXPECT_FALSE(parsed("mute\n").atr);
+    EXPECT_FALSE(parsed("mute\n").parts.at(0).atr);
 }
 
 TEST(CardScript, PatternsMatchHalfBytesAndOpenEnds)
@@ -86,8 +107,8 @@ TEST(CardScript, PatternsMatchHalfBytesAndOpenEnds)
     };
     for (const auto &row : rows) {
         const CardScript script = parsed(std::string("atr 3B\n> ") + row.pattern + "\n< 90 00\n");
-        ASSERT_EQ(script.commands.size(), 1U);
-        EXPECT_EQ(script.commands[0].pattern.matches(*fromHex(row.command)), row.matches)
+        ASSERT_EQ(script.parts.at(0).commands.size(), 1U);
+        EXPECT_EQ(script.parts[0].commands[0].pattern.matches(*fromHex(row.command)), row.matches)
             << row.pattern << " / " << row.command;
     }
 }
@@ -100,7 +121,8 @@ TEST(CardScript, MistakesAreToldWithFileAndLine)
     } rows[] = {
         {"", "t.card:1: no \"atr\"; a card that gives none says \"mute\""},
         {"name x\n", "t.card:1: no \"atr\"; a card that gives none says \"mute\""},
-        {"atr 3B\nART 3B\n", "t.card:2: unknown word; known are name, atr, mute, default, >, <, +, order and end"},
+        {"atr 3B\nART 3B\n",
+         "t.card:2: unknown word; known are name, atr, mute, default, >, <, +, order, end and power"},
         {"atr 3\n", "t.card:1: the ATR is not hexadecimal"},
         {"atr\n", "t.card:1: an ATR has 1 to 33 bytes"},
         {"atr 3B\nmute\n", "t.card:2: the answer to power-on has been given already"},
@@ -125,6 +147,11 @@ TEST(CardScript, MistakesAreToldWithFileAndLine)
         {"atr 3B\norder\n", "t.card:2: an ordered section needs a name"},
         {"atr 3B\norder a\norder b\n", "t.card:3: an ordered section cannot stand inside another one"},
         {"atr 3B\norder a\nend\n", "t.card:3: the ordered section has no commands"},
+        {"power\natr 3B\n", "t.card:1: no \"atr\"; a card that gives none says \"mute\""},
+        {"atr 3B\npower 2\n", "t.card:2: nothing may follow \"power\""},
+        {"atr 3B\n> 00 84\npower\n", "t.card:3: the command above has no reply"},
+        {"atr 3B\norder a\n> 00\n< 90 00\npower\n", "t.card:5: the ordered section has no \"end\""},
+        {"atr 3B\npower\nmute\natr 3B\n", "t.card:4: the answer to power-on has been given already"},
         {"atr 3B\norder a\n> 00\n< 90 00\n", "t.card:4: the ordered section has no \"end\""},
     };
     for (const auto &row : rows)
@@ -155,7 +182,7 @@ TEST(CardScript, HostileFilesAreRefused)
 TEST(CardScript, RandomTextIsAcceptedOrRefusedWithAPlace)
 {
     std::mt19937 random(7);
-    const std::string alphabet = "><+#*?0369ABatrmuteordend silence\n\n\t\r";
+    const std::string alphabet = "><+#*?0369ABatrmuteordendpw silence\n\n\t\r";
     for (int round = 0; round < 20000; ++round) {
         std::string text;
         for (std::size_t i = random() % 80; i > 0; --i)

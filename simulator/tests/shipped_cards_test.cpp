@@ -115,17 +115,17 @@ TEST(ShippedCards, AllOfThemLoad)
 {
     for (const char *name : {"debit-credit.card", "purse.card", "follow-up.card"}) {
         const CardScript script = load(name);
-        EXPECT_TRUE(script.atr) << name;
-        EXPECT_FALSE(script.commands.empty()) << name;
+        EXPECT_TRUE(script.parts.at(0).atr) << name;
+        EXPECT_FALSE(script.parts[0].commands.empty()) << name;
         EXPECT_FALSE(script.name.empty()) << name;
     }
-    EXPECT_FALSE(load("mute.card").atr);
+    EXPECT_FALSE(load("mute.card").parts.at(0).atr);
 }
 
 TEST(ShippedCards, HistoricalBytesOfTheAtrsAreCounted)
 {
     for (const char *name : {"debit-credit.card", "purse.card", "follow-up.card"}) {
-        const Bytes atr = load(name).atr.value_or(Bytes(2));
+        const Bytes atr = load(name).parts.at(0).atr.value_or(Bytes(2));
         // T0 = 68: TB1 and TC1 follow, then 8 historical bytes; T=0 alone has no check byte.
         EXPECT_EQ(toHex(BytesView(atr).first(2)), "3B 68") << name;
         EXPECT_EQ(atr.size(), 2U + 2U + 8U) << name;
@@ -135,9 +135,10 @@ TEST(ShippedCards, HistoricalBytesOfTheAtrsAreCounted)
 TEST(ShippedCards, EveryTemplateOfTheDebitCreditCardHasItsLength)
 {
     unsigned templates = 0;
-    for (const ScriptedCommand &command : load("debit-credit.card").commands)
+    const CardScript script = load("debit-credit.card");
+    for (const ScriptedCommand &command : script.parts.at(0).commands)
         for (const ScriptReply &reply : command.replies) {
-            const Bytes data = reply.value_or(Bytes{});
+            const Bytes data = reply.bytes.value_or(Bytes{});
             if (data.size() <= 2 || (data[0] != 0x6F && data[0] != 0x70 && data[0] != 0x80 && data[0] != 0x9F))
                 continue;
             Objects found;

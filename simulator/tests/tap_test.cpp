@@ -83,8 +83,8 @@ TEST(Tap, BytesGoThroughBothWaysAndTheCardIsRecorded)
     EXPECT_FALSE(std::filesystem::is_symlink(dir / "reader"));
     const CardScriptResult script = readCardFile(recorded);
     ASSERT_TRUE(std::holds_alternative<CardScript>(script));
-    EXPECT_EQ(toHex(*std::get<CardScript>(script).atr), std::string(kDebitAtr).substr(6));
-    EXPECT_EQ(std::get<CardScript>(script).commands.size(), 1U);
+    EXPECT_EQ(toHex(*std::get<CardScript>(script).parts.at(0).atr), std::string(kDebitAtr).substr(6));
+    EXPECT_EQ(std::get<CardScript>(script).parts.at(0).commands.size(), 1U);
 }
 
 TEST(Tap, AReaderThatGoesEndsTheTap)

@@ -165,11 +165,13 @@ int32_t DEV_CommCall(const char *requestJson, const void *reserved, char *outJso
 
     Answer answer{};
     int32_t nRet = 0;
-    if (askReader(answer, nRet)) {
-        *outLen = static_cast<uint32_t>(std::strlen(answer.data()));
-        std::copy_n(answer.begin(), *outLen + 1, outJson);
+    const bool bAnswered = askReader(answer, nRet);
+    const size_t nLen = std::strlen(answer.data());
+    if (bAnswered) {
+        *outLen = static_cast<uint32_t>(nLen);
+        std::copy_n(answer.begin(), nLen + 1, outJson);
     }
     Dev_Rdz_Ic_ClosePort();
-    QV_LOG(kLogCommDev, "outJson = %s, *outlen = %d, nRet = %d", answer.data(), static_cast<int>(*outLen), nRet);
+    QV_LOG(kLogCommDev, "outJson = %s, *outlen = %d, nRet = %d", answer.data(), static_cast<int>(nLen), nRet);
     return nRet;
 }

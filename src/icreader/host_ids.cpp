@@ -17,14 +17,8 @@ namespace {
 
 constexpr int32_t nHostMax = static_cast<int32_t>(std::size(g_Hid));
 
-// Product id, vendor id; tried in this order.
 constexpr std::array<IcHidId, 6> s_builtIn{{
-    {0xBCD5, 0x0403},
-    {0xBCD7, 0x0403},
-    {0xBC95, 0x0403},
-    {0xBE11, 0x2B46},
-    {0xBE21, 0x2B46},
-    {0xBE01, 0x2B46},
+#include "usb_identities.inc"
 }};
 constexpr int32_t nBuiltIn = static_cast<int32_t>(s_builtIn.size());
 

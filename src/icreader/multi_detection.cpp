@@ -61,10 +61,17 @@ int32_t takeDetection(const Reply &reply, int32_t nRecvLen, char *pTrack2, char 
     if (!isKnownKind(*pnKind))
         return RET_PUB_PACKET_ERR;
     if (*pnKind == ucMagnetic) {
-        const auto *pText = reinterpret_cast<const char *>(reply.data()) + 1;
-        copyTracks({pText, strnlen(pText, static_cast<size_t>(nRecvLen) - 1)}, pTrack2, pTrack3);
+        const std::string_view sReply(reinterpret_cast<const char *>(reply.data()), static_cast<size_t>(nRecvLen));
+        copyTracks(sReply.substr(1), pTrack2, pTrack3);
     }
     return 0;
+}
+
+// A link whose speed could not be raised may have been left open.
+void closeAfterRaise() noexcept
+{
+    if (g_bIcBaundFlag == 1)
+        Dev_Rdz_Ic_ClosePort();
 }
 
 } // namespace
@@ -117,7 +124,7 @@ int32_t Dev_Rdz_Ic_DetectCard(uint32_t termType, const char *port, const uint8_t
     if (Dev_Rdz_Ic_OpenPort(port, boxPort, termType, 0, baud) != 0) {
         Dev_Rdz_Ic_ClosePort();
         if (Dev_Rdz_Ic_OpenPort(port, boxPort, termType, 0, baud) != 0) {
-            Dev_Rdz_Ic_ClosePort();
+            closeAfterRaise();
             return qv::nPortNotOpened;
         }
     }
@@ -134,7 +141,7 @@ int32_t Dev_Rdz_Ic_ChkDevPresent(const char *port, const uint8_t *boxPort, int32
     int32_t nRet = Dev_Rdz_Ic_OpenPort(port, boxPort, 0, 0, baud);
     if (nRet != 0) {
         if (nRet == qv::nPortNotOpened)
-            Dev_Rdz_Ic_ClosePort(); // a link that could not be raised may be open
+            closeAfterRaise();
         return nRet;
     }
     constexpr std::array<uint8_t, 2> question{0x31, 0x11};

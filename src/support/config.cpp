@@ -1,7 +1,8 @@
 // config.cpp - the INI reader.
 //
 // The file is read anew on every log call, so a look-up must be cheap: one open, one read for a file of up to 4 KiB
-// and further blocks of that size beyond, one close; everything on the stack.
+// and further blocks of that size beyond, one close; everything on the stack. Most hosts have no such file: one that
+// was absent at the last log call is only asked for at the next.
 //
 // What counts as a line and as a match is looser than usual INI readers have it, and files in the field rely on it:
 //   - a line ends at its line feed; text behind the last line feed is no line; a carriage return stays in the line;
@@ -15,12 +16,14 @@
 #include "unique_fd.h"
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <span>
 #include <string_view>
+#include <sys/stat.h>
 
 namespace {
 
@@ -36,9 +39,12 @@ class BlockReader {
         do {
             nFd = ::open(pszFile, O_RDONLY | O_CLOEXEC);
         } while (nFd < 0 && errno == EINTR);
+        m_bAbsent = nFd < 0 && errno == ENOENT;
         m_fd = qv::UniqueFd(nFd);
         m_bEnd = !m_fd;
     }
+
+    bool isAbsent() const noexcept { return m_bAbsent; }
 
     // The next block, empty at the end of the file or when it cannot be read.
     std::string_view next() noexcept
@@ -56,6 +62,7 @@ class BlockReader {
   private:
     qv::UniqueFd m_fd;
     bool m_bEnd = false;
+    bool m_bAbsent = false;
     std::array<char, nBlockSize + 1> m_block; // one more than a small file, so that its first read shows its end
 };
 
@@ -97,9 +104,8 @@ const char *valueOf(const char *pszLine, const char *pszKey) noexcept
     return std::strchr(pszLine, '=') + 1;
 }
 
-bool lookUp(const char *pszSection, const char *pszKey, const char *pszFile, std::span<char, nLineSize> value) noexcept
+bool lookUp(BlockReader &file, const char *pszSection, const char *pszKey, std::span<char, nLineSize> value) noexcept
 {
-    BlockReader file(pszFile);
     LineBuffer line;
     bool bSeen = false;
     for (std::string_view block = file.next(); !block.empty(); block = file.next()) {
@@ -117,14 +123,23 @@ bool lookUp(const char *pszSection, const char *pszKey, const char *pszFile, std
     return false;
 }
 
+// Whether a file that was absent still is: about half the cost of an open that fails.
+bool isStillAbsent(const char *pszFile) noexcept
+{
+    struct stat status;
+    return ::stat(pszFile, &status) != 0 && errno == ENOENT;
+}
+
 } // namespace
 
 char *GetIniKeyString(const char *pszSection, const char *pszKey, const char *pszDefault, const char *pszFile) noexcept
 {
     static std::array<char, nLineSize> s_szValue;
     std::array<char, nLineSize> szFound{};
-    if (pszSection == nullptr || pszKey == nullptr || pszFile == nullptr ||
-        !lookUp(pszSection, pszKey, pszFile, szFound))
+    if (pszSection == nullptr || pszKey == nullptr || pszFile == nullptr)
+        return const_cast<char *>(pszDefault);
+    BlockReader file(pszFile);
+    if (!lookUp(file, pszSection, pszKey, szFound))
         return const_cast<char *>(pszDefault);
     s_szValue = szFound;
     return s_szValue.data();
@@ -138,10 +153,16 @@ int32_t GetIniKeyInt(const char *pszSection, const char *pszKey, const char *psz
 
 int32_t isWriteLog(void) noexcept
 {
-    // With a buffer of its own: a cancel that logs from a second thread must not disturb a host's look-up.
+    static std::atomic<bool> s_bWasAbsent{false};
     const int nErrno = errno;
-    std::array<char, nLineSize> szValue{};
-    bool bOn = lookUp("QuorvanLog", "LogFlag", qv::iniPath(), szValue) && std::atoi(szValue.data()) != 0;
+    bool bOn = false;
+    if (!s_bWasAbsent.load(std::memory_order_relaxed) || !isStillAbsent(qv::iniPath())) {
+        BlockReader file(qv::iniPath());
+        s_bWasAbsent.store(file.isAbsent(), std::memory_order_relaxed);
+        // With a buffer of its own: a cancel that logs from a second thread must not disturb a host's look-up.
+        std::array<char, nLineSize> szValue;
+        bOn = lookUp(file, "QuorvanLog", "LogFlag", szValue) && std::atoi(szValue.data()) != 0;
+    }
     errno = nErrno;
     return bOn ? 1 : 0;
 }

@@ -17,6 +17,7 @@ BackUpParam stBackUpParam = {};
 namespace {
 
 constexpr uint32_t nTypeSerial = 1;
+constexpr uint32_t nTypeUsbHid = 7;
 
 // nType is read by a cancel from another thread while an open may write it.
 uint32_t openType() noexcept
@@ -37,11 +38,47 @@ void keepParam(const TransPortParam &param) noexcept
     stBackUpParam.bAuxPrefix = param.bAuxPrefix;
 }
 
+// The open asks the open record, later calls ask what SetBackUpParam was told: an aux open alone wraps no writes.
+bool isAuxOpen(const TransPortParam &param) noexcept
+{
+    return param.nAuxPort >= 1;
+}
+bool isAuxMode() noexcept
+{
+    return stBackUpParam.nAuxMode >= 1;
+}
+
 int32_t openTransport(const TransPortParam &param) noexcept
 {
-    if (param.nType == nTypeSerial && param.nAuxPort < 1)
+    switch (param.nType) {
+    case nTypeSerial:
+        if (isAuxOpen(param))
+            return COMM_Com_OpenLinuxAux(param.nTermType, static_cast<uint32_t>(param.nAuxPort), param.nBaud,
+                                         param.bAuxPrefix);
         return COMM_Com_OpenLinux(param.szTermPath, param.nBaud);
-    return RET_PUB_FAIL;
+    case nTypeUsbHid:
+        QV_LOG(kLogCommDev, "TYPE_USBLIB_HID\r\n");
+        return COMM_Hid_OpenLinuxUsbLibHid(param.nVID, param.nPID);
+    default: return RET_PUB_FAIL;
+    }
+}
+
+int32_t readTransport(uint8_t *buf, uint32_t maxLen) noexcept
+{
+    const int32_t nTimeOut = stBackUpParam.nTimeOut;
+    const EndConditionFn pfnEnd = stBackUpParam.pfnEndCondition;
+    int32_t nRet = RET_PUB_FAIL;
+    switch (openType()) {
+    case nTypeSerial:
+        nRet = isAuxMode() ? COMM_Com_ReadLinuxAux(buf, maxLen, nTimeOut, pfnEnd)
+                           : COMM_Com_ReadLinux(buf, maxLen, nTimeOut, pfnEnd);
+        DPrintDataHexToFile("PACKGET READ", buf, nRet);
+        return nRet;
+    case nTypeUsbHid:
+        QV_LOG(kLogCommDev, "TYPE_USBLIB_HID\n");
+        return COMM_Hid_ReadLinuxUsbLibHid(buf, maxLen, nTimeOut, pfnEnd);
+    default: return nRet;
+    }
 }
 
 } // namespace
@@ -68,9 +105,12 @@ int32_t COMM_Dev_OpenTransPort(TransPortParam *pParam) noexcept
 int32_t COMM_Dev_Linux_WriteDataToTransPort(const uint8_t *data, uint32_t len) noexcept
 {
     QV_LOG(kLogCommDev, "[ICC_WriteDataToLinuxTransPort] Start ");
-    if (openType() == nTypeSerial && stBackUpParam.nAuxMode < 1)
-        return COMM_Com_WriteLinux(data, static_cast<int32_t>(len));
-    return RET_PUB_FAIL;
+    const auto nLen = static_cast<int32_t>(len);
+    switch (openType()) {
+    case nTypeSerial: return isAuxMode() ? COMM_Com_WriteLinuxAux(data, nLen) : COMM_Com_WriteLinux(data, nLen);
+    case nTypeUsbHid: return COMM_Hid_WriteLinuxUsbLibHid(data, len);
+    default: return RET_PUB_FAIL;
+    }
 }
 
 int32_t COMM_Dev_WriteDataToTransPort(const uint8_t *data, uint32_t len) noexcept
@@ -82,11 +122,7 @@ int32_t COMM_Dev_Linux_ReadDataFromTransPort(uint8_t *buf, uint32_t maxLen) noex
 {
     const time_t nStart = qv::wallSeconds();
     QV_LOG(kLogCommDev, "[%s] Start ", __func__);
-    int32_t nRet = RET_PUB_FAIL;
-    if (openType() == nTypeSerial) {
-        nRet = COMM_Com_ReadLinux(buf, maxLen, stBackUpParam.nTimeOut, stBackUpParam.pfnEndCondition);
-        DPrintDataHexToFile("PACKGET READ", buf, nRet);
-    }
+    const int32_t nRet = readTransport(buf, maxLen);
     // Also after a failure; a budget that is used up becomes the serial port's long wait.
     const auto nElapsed = static_cast<uint32_t>(qv::wallSeconds() - nStart);
     stBackUpParam.nTimeOut = static_cast<int32_t>(static_cast<uint32_t>(stBackUpParam.nTimeOut) - nElapsed);
@@ -100,9 +136,11 @@ int32_t COMM_Dev_ReadDataFromTransPort(uint8_t *buf, uint32_t maxLen) noexcept
 
 int32_t COMM_Dev_Linux_CloseTransPort(void) noexcept
 {
-    if (openType() == nTypeSerial)
-        return COMM_Com_CloseLinux();
-    return RET_PUB_FAIL;
+    switch (openType()) {
+    case nTypeSerial: return isAuxMode() ? COMM_Com_CloseLinuxAux(stBackUpParam.bAuxPrefix) : COMM_Com_CloseLinux();
+    case nTypeUsbHid: return COMM_Hid_CloseLinuxUsbLibHid();
+    default: return RET_PUB_FAIL;
+    }
 }
 
 int32_t COMM_Dev_CloseTransPort(void) noexcept
@@ -112,9 +150,11 @@ int32_t COMM_Dev_CloseTransPort(void) noexcept
 
 int32_t COMM_Dev_Linux_CancelLinuxRead(void) noexcept
 {
-    if (openType() == nTypeSerial)
-        return COMM_Com_CancelLinuxRead();
-    return RET_PUB_FAIL;
+    switch (openType()) {
+    case nTypeSerial: return COMM_Com_CancelLinuxRead();
+    case nTypeUsbHid: return COMM_Hid_CancelLinuxUsbLibHid();
+    default: return RET_PUB_FAIL;
+    }
 }
 
 int32_t COMM_Dev_CancelRead(void) noexcept

@@ -6,6 +6,7 @@
 #include "clock.h"
 #include "log.h"
 #include "qvreader/transport.h"
+#include "serial_port.h"
 #include "tty_settings.h"
 #include "unique_fd.h"
 
@@ -20,13 +21,16 @@
 #include <termios.h>
 #include <unistd.h>
 
+using qv::closePort;
 using qv::kLogCommDev;
+using qv::nNoPort;
+using qv::portFd;
+using qv::setPortFd;
 
-int32_t g_AuxFd = -2;
+int32_t g_AuxFd = nNoPort;
 
 namespace {
 
-constexpr int32_t nNoPort = -2;
 constexpr int32_t nLongWait = 1000;         // seconds, for a time-out below 1
 constexpr useconds_t nSettleMicros = 1000;  // between opening a tty and flushing it
 constexpr int64_t nIdlePassMillis = 100;    // what an idle read pass lasts
@@ -36,22 +40,6 @@ constexpr int64_t nSingleShotMillis = 1000; // ReadUnBlock, WriteUnBlock
 std::atomic<int32_t> s_bLinuxComIsReading{0};
 std::atomic<int32_t> s_bCancelLinuxComRead{0};
 static_assert(std::atomic<int32_t>::is_always_lock_free && sizeof(std::atomic<int32_t>) == sizeof(int32_t));
-
-// g_AuxFd is a plain word of the interface that a cancel may look at while another thread opens or closes.
-int32_t portFd() noexcept
-{
-    return std::atomic_ref<int32_t>(g_AuxFd).load(std::memory_order_relaxed);
-}
-void setPortFd(int32_t nFd) noexcept
-{
-    std::atomic_ref<int32_t>(g_AuxFd).store(nFd, std::memory_order_relaxed);
-}
-
-void closePort() noexcept
-{
-    qv::UniqueFd owner(portFd());
-    setPortFd(nNoPort);
-}
 
 // Opened without further flags: the tty may become the controlling terminal.
 int openTty(const char *pszName) noexcept
@@ -179,6 +167,26 @@ bool waitReady(int32_t fd, bool bWrite) noexcept
 }
 
 } // namespace
+
+namespace qv {
+
+int32_t portFd() noexcept
+{
+    return std::atomic_ref<int32_t>(g_AuxFd).load(std::memory_order_relaxed);
+}
+
+void setPortFd(int32_t nFd) noexcept
+{
+    std::atomic_ref<int32_t>(g_AuxFd).store(nFd, std::memory_order_relaxed);
+}
+
+void closePort() noexcept
+{
+    UniqueFd owner(portFd());
+    setPortFd(nNoPort);
+}
+
+} // namespace qv
 
 int32_t COMM_Com_OpenLinux(const char *szTtyName, uint32_t nBaud) noexcept
 {

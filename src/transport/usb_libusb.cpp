@@ -1,11 +1,449 @@
-// usb_libusb.cpp - what the device layer sets for USB readers.
+// usb_libusb.cpp - the reader as a raw USB device, past the kernel's HID driver.
+//
+// What goes out and comes in are whole reports of the size that the endpoints declare: zero-padded on the way out; on
+// the way in the padding of each report is taken off (where the flag says so), and trailing zeros of the whole reply
+// are never counted. A reply that does not come, or is cancelled, is therefore an empty reply here.
+//
+// Owns the device list, the device and its handle (all null: closed), and the endpoints, which keep their last values
+// after a close. A cancel from another thread sets a flag that the read sees after the running transfer, within 1 s.
 
+#include "clock.h"
+#include "hid_read_flags.h"
+#include "log.h"
 #include "qvreader/transport.h"
 
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <libusb.h>
+
+using qv::kLogCommDev;
+
+libusb_device *m_targetDev = nullptr;
+libusb_device **m_devs = nullptr;
+libusb_device_handle *m_handle = nullptr;
+EndpointInfo g_inep = {};
+EndpointInfo g_outep = {};
 uint32_t g_bIsLinuxHidClearZero = 1;
+
+static_assert(sizeof(EndpointInfo) == 5);
+
+namespace {
+
+constexpr int32_t nNoDevice = -50;
+constexpr int32_t nLongWait = 2000;             // seconds, for a time-out below 1
+constexpr unsigned nTransferMillis = 1000;      // time-out of one transfer
+constexpr int nReportsMax = 5;                  // of one command
+constexpr size_t nCommandMax = 1024;            // bytes of one command
+constexpr size_t nReportMax = 0x7FF;            // what the size field of an endpoint can say
+constexpr size_t nReplyReportArea = 2048;       // one report on its way in
+constexpr int64_t nEmptyPassMillis = 100;       // what a read pass that brings nothing lasts at least
+constexpr uint8_t ucDirectionIn = 0x80;         // bit of an endpoint's address
+constexpr uint8_t ucTransferBulk = 2;           // bmAttributes & 3
+constexpr uint8_t ucTransferInterrupt = 3;      // bmAttributes & 3
+constexpr uint32_t nVidFirstInterface = 0x2B46; // the product that has its reader channel on its first interface;
+constexpr uint32_t nPidFirstInterface = 0xBE11; // every other one of several interfaces has it on the second
+
+qv::ReadFlags s_read; // s_bLinuxLibHidIsReading, s_bCancelLinuxLibHidRead
+
+// A cancel may look at the handle while another thread opens or closes.
+libusb_device_handle *handle() noexcept
+{
+    return std::atomic_ref<libusb_device_handle *>(m_handle).load(std::memory_order_relaxed);
+}
+
+void setHandle(libusb_device_handle *pHandle) noexcept
+{
+    std::atomic_ref<libusb_device_handle *>(m_handle).store(pHandle, std::memory_order_relaxed);
+}
+
+size_t reportSize(const EndpointInfo &endpoint) noexcept
+{
+    return std::min<size_t>(endpoint.cMaxPackeSize[0] * 256u + endpoint.cMaxPackeSize[1], nReportMax);
+}
+
+// Gives back whatever an open has got so far, in the order in which it must go.
+void giveBack() noexcept
+{
+    if (libusb_device_handle *pHandle = handle()) {
+        setHandle(nullptr);
+        libusb_close(pHandle);
+    }
+    m_targetDev = nullptr;
+    if (m_devs != nullptr)
+        libusb_free_device_list(m_devs, 1);
+    m_devs = nullptr;
+    libusb_exit(nullptr);
+}
+
+// ---- open ----
+
+// 0, or -50 without a device list. The context is open after a 0 only.
+int32_t listDevices() noexcept
+{
+    const int nInit = libusb_init(nullptr);
+    if (nInit != 0) {
+        QV_LOG(kLogCommDev, "libusb_init failed: %d", nInit);
+        QV_LOG(kLogCommDev, " Have No device");
+        return nNoDevice;
+    }
+    const auto nCount = static_cast<int>(libusb_get_device_list(nullptr, &m_devs));
+    QV_LOG(kLogCommDev, "libusb_get_device_list  nret = %d ", nCount);
+    if (nCount > 0)
+        return 0;
+    QV_LOG(kLogCommDev, " Have No device");
+    if (nCount < 0)
+        m_devs = nullptr;
+    giveBack();
+    return nNoDevice;
+}
+
+libusb_device *findDevice(uint32_t nVID, uint32_t nPID) noexcept
+{
+    for (libusb_device **ppDevice = m_devs; *ppDevice != nullptr; ++ppDevice) {
+        libusb_device_descriptor descriptor{};
+        if (libusb_get_device_descriptor(*ppDevice, &descriptor) != 0)
+            continue;
+        QV_LOG(kLogCommDev, "vid=%04X pid=%04X\n", descriptor.idVendor, descriptor.idProduct);
+        if (descriptor.idVendor == nVID && descriptor.idProduct == nPID)
+            return *ppDevice;
+    }
+    return nullptr;
+}
+
+// The interface that carries the reader's channel; null in a configuration without interfaces.
+const libusb_interface *chooseInterface(const libusb_config_descriptor &config, uint32_t nVID, uint32_t nPID) noexcept
+{
+    QV_LOG(kLogCommDev, "the num of interface is=%d\n", config.bNumInterfaces);
+    if (config.bNumInterfaces == 0)
+        return nullptr;
+    if (config.bNumInterfaces == 1) {
+        QV_LOG(kLogCommDev, "get default interface_num and endpoint_info\n");
+        return &config.interface[0];
+    }
+    const bool bFirst = nVID == nVidFirstInterface && nPID == nPidFirstInterface;
+    return &config.interface[bFirst ? 0 : 1];
+}
+
+// True: the endpoints and the number of the interface are as well known as they can be.
+bool learnInterface(uint32_t nVID, uint32_t nPID, uint8_t &ucInterface) noexcept
+{
+    libusb_config_descriptor *pConfig = nullptr;
+    const int nRet = libusb_get_active_config_descriptor(m_targetDev, &pConfig);
+    if (nRet != 0 || pConfig == nullptr) {
+        QV_LOG(kLogCommDev, "get config failed\n");
+        return false;
+    }
+    const libusb_interface *pInterface = chooseInterface(*pConfig, nVID, nPID);
+    ucInterface = pInterface == nullptr ? 0 : GetCommInfo(pInterface);
+    libusb_free_config_descriptor(pConfig);
+    return true;
+}
+
+bool claim(uint8_t ucInterface) noexcept
+{
+    QV_LOG(kLogCommDev, "nInterfaceNum=%02X\n", ucInterface);
+    QV_LOG(kLogCommDev, "nInep=%02X,nOutep=%02X\n", g_inep.cEpaddress, g_outep.cEpaddress);
+    if (libusb_kernel_driver_active(handle(), ucInterface) == 1)
+        libusb_detach_kernel_driver(handle(), ucInterface);
+    const int nRet = libusb_claim_interface(handle(), ucInterface);
+    if (nRet == 0)
+        return true;
+    giveBack();
+    QV_LOG(kLogCommDev, "Cannot Claim Interface:%d\n", nRet);
+    return false;
+}
+
+// ---- transfers ----
+
+// One report over the given endpoint; how it is sent is what the OUT endpoint says, whichever way it goes.
+// Returns libusb's result; nMoved: bytes moved. bNone: the type is none that carries reports.
+struct Transfer {
+    int nRet = 0;
+    int nMoved = 0;
+    int nErrno = 0;
+    bool bNone = false;
+};
+
+Transfer transfer(const EndpointInfo &endpoint, uint8_t *pReport) noexcept
+{
+    Transfer done;
+    const auto nSize = static_cast<int>(reportSize(endpoint));
+    if (g_outep.cTransferType == ucTransferBulk) {
+        done.nRet = libusb_bulk_transfer(handle(), endpoint.cEpaddress, pReport, nSize, &done.nMoved, nTransferMillis);
+        done.nErrno = errno;
+    } else if (g_outep.cTransferType == ucTransferInterrupt) {
+        done.nRet =
+            libusb_interrupt_transfer(handle(), endpoint.cEpaddress, pReport, nSize, &done.nMoved, nTransferMillis);
+        done.nErrno = errno;
+        qv::pauseMillis(endpoint.cTimeInterval);
+    } else {
+        done.bNone = true;
+    }
+    done.nMoved = std::clamp(done.nMoved, 0, nSize);
+    return done;
+}
+
+// The read loop of COMM_Hid_ReadLinuxUsbLibHid.
+class ReportRead {
+  public:
+    ReportRead(uint8_t *pBuf, size_t nMax, int32_t nTimeOut, EndConditionFn pfnEnd) noexcept
+        : m_pBuf(pBuf), m_nMax(nMax), m_nTimeOut(nTimeOut), m_pfnEnd(pfnEnd), m_nStart(qv::wallSeconds())
+    {
+    }
+
+    int32_t run() noexcept
+    {
+        for (;;) {
+            const int64_t nPassStart = qv::steadyMillis();
+            const bool bNothing = !receive();
+            const auto nCount = static_cast<int32_t>(m_nCount);
+            if (m_nCount >= m_nMax)
+                return nCount;
+            DPrintDataHexToFile("read real data", m_pBuf, nCount);
+            if (m_pfnEnd != nullptr && m_pfnEnd(m_pBuf, nCount) == 0) {
+                QV_LOG(kLogCommDev, "2nReadLen=%d\n", nCount);
+                return nCount;
+            }
+            if (qv::wallSeconds() - m_nStart > m_nTimeOut) {
+                QV_LOG(kLogCommDev, "3\n");
+                return RET_PUB_TIMEOUT;
+            }
+            if (s_read.isCancelled())
+                return RET_PUB_CANCEL;
+            // A device that is gone gives nothing at once, again and again.
+            if (bNothing)
+                qv::pauseMillis(nEmptyPassMillis - (qv::steadyMillis() - nPassStart));
+        }
+    }
+
+  private:
+    // One report. False: it brought nothing.
+    bool receive() noexcept
+    {
+        std::array<uint8_t, nReplyReportArea> report{};
+        const Transfer done = transfer(g_inep, report.data());
+        QV_LOG(kLogCommDev, "read nRetVal:%d, nReadOneTm=%d\n", done.nRet, done.nMoved);
+        DPrintDataHexToFile("read data", report.data(), done.nMoved);
+        std::array<uint8_t, nReplyReportArea> kept;
+        const int32_t nKept = g_bIsLinuxHidClearZero != 0
+                                  ? GetLinuxDataClearZero(report.data(), done.nMoved, kept.data())
+                                  : GetLinuxLibDataWithoutZero(report.data(), done.nMoved, kept.data());
+        const size_t nTaken = std::min(static_cast<size_t>(nKept), m_nMax - m_nCount);
+        std::memcpy(m_pBuf + m_nCount, kept.data(), nTaken);
+        m_nCount += nTaken;
+        return done.nMoved > 0;
+    }
+
+    uint8_t *m_pBuf;
+    size_t m_nMax;
+    int32_t m_nTimeOut;
+    EndConditionFn m_pfnEnd;
+    time_t m_nStart;
+    size_t m_nCount = 0;
+};
+
+// Bytes up to and including the last one that is not zero.
+int32_t lengthWithoutZeros(const uint8_t *pData, int32_t nLen) noexcept
+{
+    while (nLen > 0 && pData[nLen - 1] == 0)
+        --nLen;
+    return std::max(nLen, 0);
+}
+
+int32_t append(const uint8_t *pReport, int32_t nLen, uint8_t *pOut) noexcept
+{
+    std::memcpy(pOut, pReport, static_cast<size_t>(nLen));
+    return nLen;
+}
+
+} // namespace
+
+// ---- open ----
 
 int32_t COMM_Hid_SetLinuxHidClearZero(uint32_t flag) noexcept
 {
     g_bIsLinuxHidClearZero = flag;
+    return 0;
+}
+
+int32_t COMM_Hid_OpenLinuxUsbLibHid(uint32_t nVID, uint32_t nPID) noexcept
+{
+    if (m_targetDev != nullptr) {
+        QV_LOG(kLogCommDev, "COMM_Hid_OpenLinuxUsbLibHid  11");
+        return 0;
+    }
+    if (listDevices() != 0)
+        return nNoDevice;
+    m_targetDev = findDevice(nVID, nPID);
+    if (m_targetDev == nullptr) {
+        QV_LOG(kLogCommDev, "get hiddev err!\n");
+        giveBack();
+        return nNoDevice;
+    }
+    QV_LOG(kLogCommDev, "find target device\n");
+    libusb_device_handle *pHandle = nullptr;
+    const int nOpened = libusb_open(m_targetDev, &pHandle);
+    if (nOpened != 0 || pHandle == nullptr) {
+        QV_LOG(kLogCommDev, "libusb open failed\n");
+        QV_LOG(kLogCommDev, "libusb_open: %d", nOpened);
+        giveBack();
+        return RET_PUB_OPEN_FAIL;
+    }
+    setHandle(pHandle);
+    libusb_reset_device(pHandle); // a reader that refuses is used as it is
+    uint8_t ucInterface = 0;
+    if (!learnInterface(nVID, nPID, ucInterface)) {
+        giveBack();
+        return RET_PUB_OPEN_FAIL;
+    }
+    if (!claim(ucInterface))
+        return RET_PUB_OPEN_FAIL;
+    QV_LOG(kLogCommDev, "open hiddev success!\n");
+    return 0;
+}
+
+uint8_t GetCommInfo(const libusb_interface *itf) noexcept
+{
+    const int nSettings = itf == nullptr ? 0 : itf->num_altsetting;
+    QV_LOG(kLogCommDev, "GetCommInfo Begin,num_altsetting=%d", nSettings);
+    if (nSettings != 1 || itf->altsetting == nullptr) {
+        QV_LOG(kLogCommDev, "need choose altsetting by yourself\n");
+        return 0;
+    }
+    return GetInterfaceInfo(&itf->altsetting[0]);
+}
+
+uint8_t GetInterfaceInfo(const libusb_interface_descriptor *alt) noexcept
+{
+    if (alt == nullptr)
+        return 0;
+    QV_LOG(kLogCommDev, "GetInterfaceInfo Begin,bNumEndpoints=%d", alt->bNumEndpoints);
+    if (alt->bNumEndpoints == 2 && alt->endpoint != nullptr)
+        GetEndpointInfo(&alt->endpoint[0], &alt->endpoint[1]);
+    else
+        QV_LOG(kLogCommDev, "need choose endpoint by yourself\n");
+    return alt->bInterfaceNumber;
+}
+
+void GetEndpointInfo(const libusb_endpoint_descriptor *ep1, const libusb_endpoint_descriptor *ep2) noexcept
+{
+    if (ep1 == nullptr || ep2 == nullptr)
+        return;
+    QV_LOG(kLogCommDev, "endpoint1,bEndpointAddress=%02X,bmAttributes=%02X,bInterval=%d,wMaxPacketSize=%04X",
+           ep1->bEndpointAddress, ep1->bmAttributes, ep1->bInterval, ep1->wMaxPacketSize);
+    QV_LOG(kLogCommDev, "endpoint2,bEndpointAddress=%02X,bmAttributes=%02X,bInterval=%d,wMaxPacketSize=%04X",
+           ep2->bEndpointAddress, ep2->bmAttributes, ep2->bInterval, ep2->wMaxPacketSize);
+    for (const libusb_endpoint_descriptor *pEndpoint : {ep1, ep2}) {
+        EndpointInfo &info = (pEndpoint->bEndpointAddress & ucDirectionIn) != 0 ? g_inep : g_outep;
+        info.cEpaddress = pEndpoint->bEndpointAddress;
+        info.cTransferType = pEndpoint->bmAttributes & 0x03;
+        info.cTimeInterval = pEndpoint->bInterval;
+        info.cMaxPackeSize[0] = static_cast<uint8_t>((pEndpoint->wMaxPacketSize >> 8) & 0x07);
+        info.cMaxPackeSize[1] = static_cast<uint8_t>(pEndpoint->wMaxPacketSize & 0xFF);
+    }
+    QV_LOG(kLogCommDev,
+           "g_inep,cEpaddress=%02X,cTransferType=%02X,cTimeInterval=%d,cMaxPackeSize[0]=%02X,cMaxPackeSize[1]=%02X",
+           g_inep.cEpaddress, g_inep.cTransferType, g_inep.cTimeInterval, g_inep.cMaxPackeSize[0],
+           g_inep.cMaxPackeSize[1]);
+    QV_LOG(kLogCommDev,
+           "g_outep,cEpaddress=%02X,cTransferType=%02X,cTimeInterval=%d,cMaxPackeSize[0]=%02X,cMaxPackeSize[1]=%02X",
+           g_outep.cEpaddress, g_outep.cTransferType, g_outep.cTimeInterval, g_outep.cMaxPackeSize[0],
+           g_outep.cMaxPackeSize[1]);
+}
+
+// ---- write ----
+
+int32_t COMM_Hid_WriteLinuxUsbLibHid(const uint8_t *data, uint32_t len) noexcept
+{
+    DPrintDataHexToFile("hid write", data, qv::loggedLength(len));
+    if (handle() == nullptr)
+        return nNoDevice;
+    if (data == nullptr || len > nCommandMax) {
+        QV_LOG(kLogCommDev, "a command has at most %d bytes, not %u", static_cast<int>(nCommandMax), len);
+        return RET_PUB_SEND_FAIL;
+    }
+    std::array<uint8_t, nCommandMax + nReportMax> staging{}; // the last report is filled up with zeros
+    std::memcpy(staging.data(), data, len);
+    size_t nSent = 0;
+    for (int nTimes = 0; nTimes < nReportsMax; ++nTimes) {
+        const Transfer done = transfer(g_outep, staging.data() + nSent);
+        if (done.bNone)
+            QV_LOG(kLogCommDev, "no support transfer type!\n");
+        if (done.nRet < 0) {
+            QV_LOG(kLogCommDev, "nTimes:%d sendlen%d ret:%d %s\n", nTimes, done.nMoved, done.nRet,
+                   std::strerror(done.nErrno));
+            return RET_PUB_SEND_FAIL;
+        }
+        nSent += static_cast<size_t>(done.nMoved);
+        if (nSent >= len) {
+            QV_LOG(kLogCommDev, "write ok:%d\n", static_cast<int>(len));
+            return static_cast<int32_t>(len);
+        }
+    }
+    QV_LOG(kLogCommDev, "%d reports carried %d of %u bytes", nReportsMax, static_cast<int>(nSent), len);
+    return RET_PUB_SEND_FAIL;
+}
+
+// ---- read ----
+
+int32_t GetLinuxDataClearZero(const uint8_t *report, int32_t n, uint8_t *out) noexcept
+{
+    if (report == nullptr || out == nullptr || n <= 0)
+        return 0;
+    return append(report, lengthWithoutZeros(report, n), out);
+}
+
+int32_t GetLinuxLibDataWithoutZero(const uint8_t *report, int32_t n, uint8_t *out) noexcept
+{
+    if (report == nullptr || out == nullptr || n <= 0)
+        return 0;
+    return append(report, n, out);
+}
+
+int32_t GetLinuxDataReallenth(const uint8_t *buf, int32_t len) noexcept
+{
+    return buf == nullptr ? 0 : lengthWithoutZeros(buf, len);
+}
+
+int32_t COMM_Hid_ReadLinuxUsbLibHid(uint8_t *buf, uint32_t nMax, int32_t nTimeOut, EndConditionFn end) noexcept
+{
+    if (handle() == nullptr || buf == nullptr)
+        return nNoDevice;
+    if (nTimeOut < 1) {
+        QV_LOG(kLogCommDev, " Param err");
+        nTimeOut = nLongWait;
+    }
+    s_read.start();
+    const int32_t nResult = ReportRead(buf, nMax, nTimeOut, end).run();
+    s_read.end();
+    const int32_t nRet = GetLinuxDataReallenth(buf, nResult);
+    QV_LOG(kLogCommDev, "read ret:%d\n", nRet);
+    return nRet;
+}
+
+// ---- cancel, close ----
+
+int32_t COMM_Hid_CancelLinuxUsbLibHid(void) noexcept
+{
+    QV_LOG(kLogCommDev, "[%s] Start ", __func__);
+    if (handle() == nullptr)
+        return RET_PUB_CANCEL;
+    s_read.cancel();
+    return 0;
+}
+
+int32_t COMM_Hid_CloseLinuxUsbLibHid(void) noexcept
+{
+    QV_LOG(kLogCommDev, "Close hid!\n");
+    if (m_targetDev == nullptr)
+        return 0;
+    // Always interface 0, also where the second one was claimed: its claim ends with the handle.
+    if (handle() != nullptr)
+        libusb_release_interface(handle(), 0);
+    giveBack();
+    QV_LOG(kLogCommDev, "exit libusb!\n");
     return 0;
 }

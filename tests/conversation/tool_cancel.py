@@ -1,7 +1,10 @@
 """Signals: the running read is cancelled, the port closed properly, nothing left behind."""
 import os
+import shutil
 import signal
+import tempfile
 import termios
+import unittest
 
 import bench
 from bench import card
@@ -57,6 +60,73 @@ class Cancel(bench.ToolTest):
         self.check_exit(run, 130)
         self.assertIn("00200000 -> 63C2", run.out)
         bench.wait_until(lambda: sim.state("slot 0").startswith("unpowered"), "the card is powered down")
+
+    def test_a_signal_ends_the_wait_of_each_command_that_needs_no_card(self):
+        rows = (
+            (("--timeout", "60", "detect"), "a card, up to 60 s"),
+            (("--timeout", "60", "detect", "--kind", "3"), "a card of kind 3, up to 60 s"),
+            (("present",), "a sign of life, up to 3 s"),
+            (("--timeout", "60", "info"), "the answer to info, up to 60 s"),
+            (("--timeout", "60", "led", "1"), "the answer to led, up to 60 s"),
+            (("--timeout", "60", "beep", "1", "2"), "the answer to beep, up to 60 s"),
+        )
+        for arguments, what in rows:
+            for number, code in SIGNALS:
+                with self.subTest(arguments=arguments, signal=number):
+                    port = self.silent_port()
+                    slave, before = self.open_slave(port.path)
+                    tool = self.start("--json", *arguments, port=port.path)
+                    tool.wait_for("waiting for %s (Ctrl-C cancels)" % what)
+                    tool.signal(number)
+                    run = tool.finish()
+                    self.check_exit(run, code)
+                    self.assertEqual((run.json()["error"]["name"], run.json()["exitCode"]), ("cancelled", code))
+                    self.assertEqual(termios.tcgetattr(slave), before)
+                    self.assertTrue(tool.group_is_gone())
+
+    def test_a_signal_ends_the_doctors_search(self):
+        port = self.silent_port()
+        slave, before = self.open_slave(port.path)
+        tool = self.start("--trace", "--json", "doctor", port=port.path)
+        tool.wait_for("sign of life")
+        tool.signal(signal.SIGINT)
+        run = tool.finish()
+        self.check_exit(run, 130)
+        self.assertEqual(run.json()["error"]["name"], "cancelled")
+        self.assertEqual(termios.tcgetattr(slave), before)
+
+    @unittest.skipUnless(os.geteuid() == 0, "a link in /dev takes root")
+    def test_a_signal_ends_the_wait_for_the_json_answer(self):
+        link = "/dev/COM%d" % (200000 + os.getpid())
+        sim = self.simulator("--link", link)
+        slave, before = self.open_slave(sim.path)
+        folder = tempfile.mkdtemp(prefix="qvtool-")  # the JSON call makes a folder for logs beside the library
+        self.addCleanup(shutil.rmtree, folder)
+        shutil.copy(os.environ["QV_LIBRARY"], os.path.join(folder, "libqvreader.so.1"))
+        sim.command("fault late 1500 every")
+        tool = self.start("--timeout", "60", "--json", "info", port=link, environment={"LD_LIBRARY_PATH": folder})
+        tool.wait_for("waiting for the JSON answer")
+        tool.signal(signal.SIGINT)
+        run = tool.finish()
+        self.check_exit(run, 130)
+        self.assertEqual((run.json()["serial"], run.json()["error"]["name"]), ("SIM00000001", "cancelled"))
+        self.assertNotIn("answer", run.json())
+        self.assertEqual(termios.tcgetattr(slave), before)
+
+    def test_a_cancelled_detection_leaves_the_next_card_alone(self):
+        sim = self.simulator()
+        tool = self.waiting_tool(sim, "--timeout", "60", "detect")
+        bench.wait_until(lambda: self.detects(sim), "the reader waits")
+        tool.signal(signal.SIGINT)
+        self.check_exit(tool.finish(), 130)
+        self.assertFalse(self.detects(sim))
+        sim.command("swipe 6225=2912 -")
+        run = self.run_tool("--json", "detect", port=sim.path)
+        self.check_exit(run, 0)
+        self.assertEqual(run.json()["track2"], "6225=2912")
+
+    def detects(self, sim):
+        return any(line.startswith("waits for any card") for line in sim.command("state"))
 
     def test_the_reader_serves_the_next_run(self):
         sim = self.simulator()

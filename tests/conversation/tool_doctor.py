@@ -44,6 +44,26 @@ class Doctor(bench.ToolTest):
                 self.assertIn(text, checks["port"]["text"])
                 self.assertNotEqual(checks["port"]["advice"], "")
 
+    def test_the_simulated_reader_holds_its_port_by_right(self):
+        sim = self.simulator()
+        checks = self.examined(0, sim.path)
+        self.assertRegex(checks["far end"]["text"], r"^qvreader-sim \(process %d\)" % sim.process.pid)
+        self.assertEqual(checks["held by"]["state"], "ok")
+
+    def test_rubbish_and_silence_are_told_apart(self):
+        sim = self.simulator()
+        sim.command("fault badlrc every")
+        check = self.examined(5, sim.path)["reader"]
+        self.assertEqual(check["text"], "no answer at any speed, but bytes that are no valid frame at 9600 bit/s")
+        self.assertIn("damaged cable?", check["advice"])
+        sim.command("fault off")
+        self.assertEqual(self.examined(0, sim.path)["reader"]["text"], "answers at 9600 bit/s")
+
+    def test_a_line_that_hangs_up_is_told_as_such(self):
+        sim = self.simulator()
+        sim.command("fault hangup")
+        self.assertEqual(self.examined(5, sim.path)["reader"]["text"], "the line has hung up")
+
     def test_who_holds_the_port_is_named(self):
         reader = self.reader()
         with open(reader.path, "rb", buffering=0) as port:

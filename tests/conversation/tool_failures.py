@@ -15,7 +15,16 @@ IS_ROOT = os.geteuid() == 0
 class CommandLine(bench.ToolTest):
     def test_wrong_command_lines_are_refused(self):
         rows = (
-            ((), "subcommand"),
+            ((), "no command was given; the commands are atr, apdu, present"),
+            (("frobnicate",), "there is no command \"frobnicate\"; the commands are atr"),
+            (("--port", "x", "--slot", "1", "detect"), "asks the reader, not a slot"),
+            (("--port", "x", "led"), "qvreader led --help"),
+            (("--port", "x", "led", "1", "2", "3"), "not expected: 3"),
+            (("--port", "x", "led", "0x100"), "\"0x100\" is no number from 0 to 255"),
+            (("--port", "x", "beep", "5"), "N is required"),
+            (("--port", "x", "doctor", "--raise"), "--raise: doctor tries each speed as it is"),
+            (("--port", "x", "doctor", "--timeout", "5"), "--timeout: doctor has a time limit of its own"),
+            (("--port", "x", "doctor", "--slot", "0"), "--slot: doctor looks at no slot"),
             (("atr",), "--port"),
             (("--port", "x", "--slot", "32", "atr"), "32 is no slot"),
             (("--port", "x", "--slot", "psam16", "atr"), "psam16 is no slot"),
@@ -52,6 +61,15 @@ class CommandLine(bench.ToolTest):
         for code in (0, 1, 2, 3, 4, 5, 6, 7, 130):
             self.assertRegex(run.out, r"(?m)^ +%d  \S" % code)
 
+    def test_help_of_each_command_shows_an_example_and_where_the_options_are(self):
+        commands = ("atr", "apdu", "present", "info", "detect", "led", "beep", "reset", "explain", "log", "doctor")
+        for command in commands:
+            with self.subTest(command=command):
+                run = self.run_tool(command, "--help")
+                self.check_exit(run, 0)
+                self.assertRegex(run.out, r"(?m)^  qvreader .*\b%s\b" % command)
+                self.assertIn("qvreader --help shows the options", run.out)
+
     def test_version(self):
         run = self.run_tool("--version")
         self.check_exit(run, 0)
@@ -59,8 +77,8 @@ class CommandLine(bench.ToolTest):
 
 
 class Ports(bench.ToolTest):
-    def check_refused(self, reason, **options):
-        run = self.run_tool("--json", "atr", **options)
+    def check_refused(self, reason, *command, **options):
+        run = self.run_tool("--json", *(command or ("atr",)), **options)
         self.check_exit(run, 3)
         self.assertEqual(run.json()["error"]["name"], "port")
         self.assertRegex(run.json()["error"]["text"], reason)
@@ -107,8 +125,20 @@ class Ports(bench.ToolTest):
                 os.chown(port.path, 0, 20)
                 os.chmod(port.path, 0o660)
                 self.check_refused("no permission to open .*group dialout.*adduser", port=port.path, **options)
+                os.chown(port.path, 0, 0)
+                self.check_refused("no permission to open .*owner alone", port=port.path, **options)
             os.chmod(port.path, 0o000)
             self.check_refused("no permission to open .*owner alone", port=port.path, **options)
+
+    def test_each_command_says_why_the_port_does_not_open(self):
+        port = self.silent_port()
+        os.chmod(port.path, 0o000)
+        commands = (("present",), ("info",), ("detect",), ("led", "1"), ("beep", "1", "2"), ("reset",), ("doctor",))
+        with self.foreign_tool() as options:
+            for command in commands:
+                with self.subTest(command=command):
+                    self.check_refused("is not there", *command, port="/dev/no-such-port")
+                    self.check_refused("no permission to open", *command, port=port.path, **options)
 
     def test_a_port_that_another_program_has_to_itself(self):
         port = self.silent_port()

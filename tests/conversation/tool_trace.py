@@ -70,6 +70,34 @@ class Trace(bench.ToolTest):
         self.assertEqual(sent[-1], ("1B 24 42", "switch box: release the port"))
         self.assertEqual(sim.state("box"), "none")
 
+    def test_commands_without_a_card_are_told_in_words(self):
+        sim = self.simulator("--device", "serial=BOX-17")
+        sim.command("swipe 6225=2912 -")
+        record = "model QVSIM, serial number BOX-17, produced 2026-03-01, firmware 1.00.00.00"
+        rows = (
+            (("present",), ["card frame, sign of life"], "card frame, status 0000 (done), no body"),
+            (("led", "15"), ["peripheral frame, LEDs 0F"], "peripheral frame, status 0000 (done), no body"),
+            (("led", "1", "2"), ["peripheral frame, LED pair 01 02"], "peripheral frame, status 0000 (done), no body"),
+            (("beep", "300", "2"), ["peripheral frame, buzzer, D 300, N 2"],
+             "peripheral frame, status 0000 (done), body 1 byte: 00"),
+            (("info",), ["peripheral frame, device record"], "(%s)" % record),
+            (("detect",), ["card frame, which card is there, waits 10 s"], "(magnetic card, text \"6225=2912|..\")"),
+            (("detect", "--kind", "9"), ["card frame, which card of kind 9 is there, waits 10 s"],
+             "card frame, status F003 (the reader knows no such kind of card), no body"),
+            (("reset",), ["module reset"], None),
+            (("--box", "A", "reset"), ["switch box: select port A", "switch box: line at 9600", "module reset",
+                                       "switch box: release the port"], None),
+        )
+        for arguments, commands, reply in rows:
+            with self.subTest(arguments=arguments):
+                shown = self.trace_of(self.run_tool("--trace", *arguments, port=sim.path))
+                told = "; ".join(row[2] for row in shown if row[0] == ">")
+                self.assertEqual(told, "; ".join(commands))
+                replies = [row[2] for row in shown if row[0] == "<"]
+                self.assertEqual(len(replies), 0 if reply is None else 1)
+                if reply is not None:
+                    self.assertTrue(replies[0].endswith(reply), replies)
+
     def test_standard_output_stays_clean(self):
         sim = self.simulator("--card", "0=" + card("purse"))
         run = self.run_tool("--trace", "--json", "apdu", "0084000004", port=sim.path)

@@ -5,7 +5,7 @@
 #include "decode.h"
 #include "texts.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 namespace {
 
@@ -27,18 +27,26 @@ TEST(ToolWords, CommandsSayWhatTheyDo)
         {commandFrame("32 24 00 01"), "card frame, power on the contactless antenna, waits 1 ms"},
         {commandFrame("32 25 00 00"), "card frame, power off the contactless antenna"},
         {commandFrame("32 26 FF 00 84 00 00"), "card frame, APDU to the contactless antenna: 00 84 00 00"},
-        {commandFrame("32 30 00 05"), "card frame, which card is present, waits 5 ms"},
-        {commandFrame("31 11"), "card frame, data 31 11"},
+        {commandFrame("32 30 00 05"), "card frame, which card is there, waits 5 s"},
+        {commandFrame("32 32 00 00 04"), "card frame, which card of kind 4 is there, does not wait"},
+        {commandFrame("31 11"), "card frame, sign of life"},
+        {commandFrame("31 12"), "card frame, data 31 12"},
         {commandFrame("32 22 0B"), "card frame, data 32 22 0B"},
         {commandFrame(""), "card frame, no data"},
-        {commandFrame("11 01", 0x01, 0x04), "peripheral frame, data 11 01"},
+        {commandFrame("11 01", 0x01, 0x04), "peripheral frame, device record"},
+        {commandFrame("11 11 0F", 0x01, 0x04), "peripheral frame, LEDs 0F"},
+        {commandFrame("11 14 01 FF", 0x01, 0x04), "peripheral frame, LED pair 01 FF"},
+        {commandFrame("80 15 01 2C 02", 0x01, 0x04), "peripheral frame, buzzer, D 300, N 2"},
+        {commandFrame("80 15 01 2C", 0x01, 0x04), "peripheral frame, data 80 15 01 2C"},
+        {commandFrame("11 11 0F"), "card frame, data 11 11 0F"},
+        {commandFrame("31 11", 0x01, 0x04), "peripheral frame, data 31 11"},
         {"1B 25 49 32", "line speed 38400"},
         {"1B 25 4B 1B 24 49 34", "switch box: select port K; switch box: line at 9600"},
         {"1B 24 42", "switch box: release the port"},
         {"1B 30", "module reset"},
         {"1B 7A", "unknown escape sequence"},
         {"00 00 00 00", "wake-up, 4 zero bytes"},
-        {"00 1B 30", "wake-up, 1 zero bytes; module reset"},
+        {"00 1B 30", "wake-up, 1 zero byte; module reset"},
         {"41 42", "no frame"},
         {"02 30 30", "card frame without its end byte"},
         {"02 30 30 30 31 33 32 33 31 03", "card frame, LRC wrong"},
@@ -72,6 +80,42 @@ TEST(ToolWords, RepliesAreCutHoweverTheyArrive)
         EXPECT_EQ(replies[1].sMeaning, "card frame, status 1005 (no card), no body");
         EXPECT_TRUE(cutter.flush().data.empty());
     }
+}
+
+// What is said of a reply with this body (status 0000 in front) when this command was sent before it.
+std::string replyTo(const std::string &sCommand, const std::string &sBody, uint8_t ucHead = 0x02, uint8_t ucEnd = 0x03)
+{
+    qvtool::ReplyCutter cutter;
+    cutter.expect(bytes("00 00 " + commandFrame(sCommand, ucHead, ucEnd)));
+    const auto replies = cutter.feed(bytes(commandFrame("00 00 " + sBody, ucHead, ucEnd)));
+    return replies.size() == 1 ? replies[0].sMeaning : "no reply";
+}
+
+TEST(ToolWords, RepliesAreToldByTheCommandThatTheyAnswer)
+{
+    EXPECT_EQ(replyTo("32 30 00 05", "01"), "card frame, status 0000 (done), body 1 byte: 01 (contact card)");
+    EXPECT_EQ(replyTo("32 32 00 05 04", "04"), "card frame, status 0000 (done), body 1 byte: 04 (identity card)");
+    EXPECT_EQ(replyTo("32 30 00 05", "09"), "card frame, status 0000 (done), body 1 byte: 09 (unknown kind of card)");
+    EXPECT_EQ(replyTo("32 30 00 05", "03 31 3D 32 7C 0D 0A"),
+              "card frame, status 0000 (done), body 7 bytes: 03 31 3D 32 7C 0D 0A (magnetic card, text \"1=2|..\")");
+    EXPECT_EQ(replyTo("32 30 00 05", ""), "card frame, status 0000 (done), no body");
+    EXPECT_EQ(replyTo("32 26 00 00 84", "90 00"), "card frame, status 0000 (done), body 2 bytes: 90 00");
+    EXPECT_EQ(replyTo("80 15 00 01 02", "00", 0x01, 0x04), "peripheral frame, status 0000 (done), body 1 byte: 00");
+}
+
+TEST(ToolWords, ADeviceRecordIsToldInWords)
+{
+    std::string sRecord;
+    for (const char *pszText : {"51 56", "42 4F 58"}) { // "QV" and "BOX", each in 32 bytes
+        std::string sField = pszText;
+        while (sField.size() < 32 * 3 - 1)
+            sField += " 20";
+        sRecord += sField + " ";
+    }
+    sRecord += "15 03 24 20 04 03 02 01 00 00 00 00 00 00 00 00 00 00 00 00 00 00";
+    EXPECT_THAT(replyTo("11 01", sRecord, 0x01, 0x04),
+                testing::EndsWith("(model QV, serial number BOX, produced 2024-03-15, firmware 1.02.03.04)"));
+    EXPECT_THAT(replyTo("11 01", "51 56", 0x01, 0x04), testing::EndsWith("(too short for a device record)"));
 }
 
 TEST(ToolWords, WhatDoesNotBecomeAReplyIsSaidOnce)

@@ -1,5 +1,6 @@
 // What one exchange asks of the system, kind by kind. A change that makes an exchange dearer fails here.
 
+#include "exchange_cost.h"
 #include "faulty_conversation.h"
 
 #include "qvreader/icreader.h"
@@ -14,24 +15,10 @@ using namespace qvtest;
 
 namespace {
 
-// ICC_CardCmdVisitCOS looks this often whether the log is on: once for each line and dump that it would write, once
-// before each loop of bytes, once before each dump with a title that has to be made.
-constexpr int nLooks = 40;
-
-struct Cost {
-    const char *pszKind;
-    Target target;
-    int nNoIni, nIniSaysNo;
-    const char *pszWhy;
-};
-
-constexpr Cost costs[] = {
-    {"write", Target::Tty, 1, 1, "the frame goes out in one piece"},
-    {"read", Target::Tty, 1, 1, "the reply comes in one piece, and its end byte ends the read"},
-    {"open", Target::Ini, nLooks, nLooks, "every look at the switch reads the file anew"},
-    {"read", Target::Ini, 0, nLooks, "a small file costs a single read"},
-    {"close", Target::Ini, 0, nLooks, "no descriptor is kept"},
-};
+Target targetOf(const qvcost::Cost &cost)
+{
+    return cost.bTty ? Target::Tty : Target::Ini;
+}
 
 // The cheapest of several conversations: on a busy machine a reply may come late or in pieces.
 std::map<std::string, int> cheapestExchange(Logging logging)
@@ -58,10 +45,10 @@ std::map<std::string, int> cheapestExchange(Logging logging)
     return cheapest;
 }
 
-void compare(std::map<std::string, int> calls, int Cost::*pnExpected)
+void compare(std::map<std::string, int> calls, int qvcost::Cost::*pnExpected)
 {
-    for (const Cost &cost : costs) {
-        const std::string sKind = std::string(cost.pszKind) + " of " + name(cost.target);
+    for (const qvcost::Cost &cost : qvcost::costs) {
+        const std::string sKind = std::string(cost.pszCall) + " of " + name(targetOf(cost));
         EXPECT_LE(calls[sKind], cost.*pnExpected) << sKind << ": " << cost.pszWhy;
         std::printf("  %3d (at most %3d) %s: %s\n", calls[sKind], cost.*pnExpected, sKind.c_str(), cost.pszWhy);
         calls.erase(sKind);
@@ -72,12 +59,12 @@ void compare(std::map<std::string, int> calls, int Cost::*pnExpected)
 
 TEST(ExchangeCalls, WithoutAnIniFileAnExchangeCostsNoMoreThanItsTableSays)
 {
-    compare(cheapestExchange(Logging::NoIni), &Cost::nNoIni);
+    compare(cheapestExchange(Logging::NoIni), &qvcost::Cost::nNoIni);
 }
 
 TEST(ExchangeCalls, WithAnIniFileThatSaysNoAnExchangeCostsNoMoreThanItsTableSays)
 {
-    compare(cheapestExchange(Logging::IniSaysNo), &Cost::nIniSaysNo);
+    compare(cheapestExchange(Logging::IniSaysNo), &qvcost::Cost::nIniSaysNo);
 }
 
 } // namespace

@@ -62,6 +62,7 @@ const std::vector<Rule> s_rules = {
     {"close", Target::Tty, {Step::Close}, {fails(EIO), interrupted}},
 
     // ---- the switch of the log: nothing but the log may suffer -----------------------------------------------------
+    {"stat", Target::Ini, anyStep, {fails(ENOENT), fails(EACCES), fails(EIO)}},
     {"open", Target::Ini, anyStep, {fails(ENOENT), fails(EACCES), fails(EMFILE), fails(EIO)}},
     {"open", Target::Ini, anyStep, {interrupted}, 0, Settings::AsBefore, true},
     {"read", Target::Ini, anyStep, {fails(EIO), zero, one}},

@@ -283,7 +283,10 @@ int mkdir(const char *pszPath, mode_t nMode) noexcept
 int stat(const char *pszPath, struct stat *pState) noexcept
 {
     static auto *const s_pNext = next(static_cast<int (*)(const char *, struct stat *)>(nullptr), "stat");
-    return t_bWatched && arrive("stat", Target::Folder) != nullptr ? -1 : s_pNext(pszPath, pState);
+    if (!t_bWatched)
+        return s_pNext(pszPath, pState);
+    const Target target = targetOf(pszPath) == Target::Ini ? Target::Ini : Target::Folder;
+    return arrive("stat", target) != nullptr ? -1 : s_pNext(pszPath, pState);
 }
 
 DIR *opendir(const char *pszPath)

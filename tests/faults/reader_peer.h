@@ -5,6 +5,7 @@
 #pragma once
 
 #include "harness.h"
+#include "pty_pair.h"
 
 #include <map>
 #include <mutex>
@@ -21,9 +22,13 @@ class ReaderPeer {
     ReaderPeer(const ReaderPeer &) = delete;
     ReaderPeer &operator=(const ReaderPeer &) = delete;
 
-    const std::string &path() const { return m_sPath; }
-    // The answer to a command frame, both in hexadecimal. Before the first conversation.
-    void answer(const std::string &sCommand, const std::string &sReply) { m_answers[sCommand] = bytes(sReply); }
+    const std::string &path() const { return m_line.path(); }
+    // The answer to a command frame, both in hexadecimal.
+    void answer(const std::string &sCommand, const std::string &sReply)
+    {
+        std::scoped_lock lock(m_guard);
+        m_answers[sCommand] = bytes(sReply);
+    }
 
     // Waits until nothing is on the line in either direction (at most 5 s). The bytes that came since the last call.
     std::string settle();
@@ -34,10 +39,9 @@ class ReaderPeer {
   private:
     void run();
 
-    int m_nMaster = -1;
-    int m_nSlave = -1;
+    // Hardware flow control on, so that the library has to switch it off and back on.
+    PtyPair m_line{CRTSCTS};
     int m_nStopPipe[2] = {-1, -1};
-    std::string m_sPath;
     std::map<std::string, Bytes> m_answers;
     std::mutex m_guard;
     Bytes m_received; // since the last settle()

@@ -152,6 +152,17 @@ std::vector<std::string> logTexts()
     return texts;
 }
 
+std::string logLine(const std::string &sText)
+{
+    std::string sLog = rawLog();
+    size_t nAt = sLog.find(sText);
+    if (nAt == std::string::npos)
+        return {};
+    size_t nStart = sLog.rfind('\n', nAt);
+    nStart = nStart == std::string::npos ? 0 : nStart + 1;
+    return sLog.substr(nStart, sLog.find('\n', nAt) - nStart);
+}
+
 int openDescriptors()
 {
     int n = 0;

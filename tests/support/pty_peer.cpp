@@ -2,12 +2,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <fcntl.h>
 #include <poll.h>
-#include <stdexcept>
-#include <system_error>
-#include <termios.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace qvtest {
@@ -21,27 +18,10 @@ constexpr auto nPatience = 5s;
 // Written behind everything that was sent, so that its arrival proves that nothing is still on the line.
 constexpr uint8_t ucMarker[] = {0xF1, 'l', 'i', 'n', 'e', ' ', 'e', 'n', 'd', 0xF2};
 
-int checked(int nResult, const char *pszWhat)
-{
-    if (nResult < 0)
-        throw std::system_error(errno, std::generic_category(), pszWhat);
-    return nResult;
-}
-
 } // namespace
 
 PtyPeer::PtyPeer()
 {
-    m_nMaster = checked(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC), "posix_openpt");
-    checked(grantpt(m_nMaster), "grantpt");
-    checked(unlockpt(m_nMaster), "unlockpt");
-    m_sPath = ptsname(m_nMaster);
-    // The other end stays open, so that the line does not hang up when the library closes it.
-    m_nSlave = checked(open(m_sPath.c_str(), O_RDWR | O_NOCTTY | O_CLOEXEC), "open pty");
-    termios raw{};
-    checked(tcgetattr(m_nSlave, &raw), "tcgetattr");
-    cfmakeraw(&raw);
-    checked(tcsetattr(m_nSlave, TCSANOW, &raw), "tcsetattr");
     checked(pipe2(m_nStopPipe, O_CLOEXEC), "pipe2");
     m_thread = std::thread([this] { run(); });
 }
@@ -51,10 +31,6 @@ PtyPeer::~PtyPeer()
     close(m_nStopPipe[1]);
     m_thread.join();
     close(m_nStopPipe[0]);
-    if (m_nSlave >= 0)
-        close(m_nSlave);
-    if (m_nMaster >= 0)
-        close(m_nMaster);
 }
 
 PtyPeer &PtyPeer::expect(std::string_view sHex)
@@ -86,7 +62,7 @@ void PtyPeer::send(std::string_view sHex)
 void PtyPeer::sendBytes(const Bytes &data)
 {
     for (size_t nAt = 0; nAt < data.size();) {
-        ssize_t n = write(m_nMaster, data.data() + nAt, data.size() - nAt);
+        ssize_t n = write(m_line.master(), data.data() + nAt, data.size() - nAt);
         if (n < 0 && errno == EINTR)
             continue;
         if (n <= 0)
@@ -131,8 +107,7 @@ void PtyPeer::advance()
                 return;
             if (chunk.bHangUp) {
                 std::scoped_lock lock(m_guard);
-                close(m_nMaster);
-                m_nMaster = -1;
+                m_line.hangUp();
                 break;
             }
             sendBytes(chunk.data);
@@ -149,15 +124,15 @@ void PtyPeer::advance()
 void PtyPeer::run()
 {
     for (;;) {
-        pollfd fds[2] = {{m_nStopPipe[0], POLLIN, 0}, {m_nMaster, POLLIN, 0}};
-        if (poll(fds, m_nMaster >= 0 ? 2 : 1, -1) < 0 && errno != EINTR)
+        pollfd fds[2] = {{m_nStopPipe[0], POLLIN, 0}, {m_line.master(), POLLIN, 0}};
+        if (poll(fds, m_line.master() >= 0 ? 2 : 1, -1) < 0 && errno != EINTR)
             return;
         if (fds[0].revents != 0)
             return;
-        if (m_nMaster < 0 || fds[1].revents == 0)
+        if (m_line.master() < 0 || fds[1].revents == 0)
             continue;
         uint8_t buf[4096];
-        ssize_t n = read(m_nMaster, buf, sizeof buf);
+        ssize_t n = read(m_line.master(), buf, sizeof buf);
         if (n <= 0) {
             if (n < 0 && errno == EINTR)
                 continue;
@@ -189,8 +164,8 @@ Bytes PtyPeer::received()
 void PtyPeer::settle()
 {
     std::unique_lock lock(m_guard);
-    if (m_nMaster < 0 || m_bAnswering || m_nStep < m_steps.size() ||
-        write(m_nSlave, ucMarker, sizeof ucMarker) != static_cast<ssize_t>(sizeof ucMarker))
+    if (m_line.master() < 0 || m_bAnswering || m_nStep < m_steps.size() ||
+        write(m_line.slave(), ucMarker, sizeof ucMarker) != static_cast<ssize_t>(sizeof ucMarker))
         return;
     auto endsInMarker = [](const Bytes &data) {
         return data.size() >= sizeof ucMarker &&
@@ -221,6 +196,16 @@ void PtyPeer::finish()
     EXPECT_EQ(m_sMismatch, "");
     EXPECT_EQ(m_nStep, m_steps.size()) << "steps of the script were not used";
     EXPECT_EQ(hex(m_pending), "") << "bytes came that no step asked for";
+}
+
+void waitUnread(int nFd, int nCount)
+{
+    int nUnread = 0;
+    for (int i = 0; i < 5000 && nUnread < nCount; ++i) {
+        ASSERT_EQ(ioctl(nFd, FIONREAD, &nUnread), 0);
+        usleep(1000);
+    }
+    ASSERT_EQ(nUnread, nCount);
 }
 
 namespace {

@@ -6,6 +6,7 @@
 #pragma once
 
 #include "harness.h"
+#include "pty_pair.h"
 
 #include <gtest/gtest.h>
 
@@ -28,7 +29,7 @@ class PtyPeer {
     PtyPeer &operator=(const PtyPeer &) = delete;
 
     // Path of the tty that the library opens.
-    const std::string &path() const { return m_sPath; }
+    const std::string &path() const { return m_line.path(); }
 
     // Adds a step: these bytes come (hexadecimal) ...
     PtyPeer &expect(std::string_view sHex);
@@ -70,10 +71,8 @@ class PtyPeer {
     bool pause(std::chrono::milliseconds nDelay);
     void settle();
 
-    int m_nMaster = -1;
-    int m_nSlave = -1;
+    PtyPair m_line;
     int m_nStopPipe[2] = {-1, -1};
-    std::string m_sPath;
     std::mutex m_guard;
     std::condition_variable m_changed;
     std::vector<Step> m_steps;
@@ -84,6 +83,9 @@ class PtyPeer {
     std::string m_sMismatch;
     std::thread m_thread;
 };
+
+// Waits until nCount bytes stand unread in an open tty (at most 5 s).
+void waitUnread(int nFd, int nCount);
 
 // What stands in a script, in hexadecimal: the data as a frame / a status word and a body as a reply frame.
 std::string commandFrame(std::string_view sDataHex, uint8_t ucHead = 0x02, uint8_t ucEnd = 0x03);

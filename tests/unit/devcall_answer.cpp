@@ -2,17 +2,12 @@
 //
 // Every /dev/COM name leads to the pseudo-terminal of the test.
 
+#include "devcall_record.h"
+#include "failing_reads.h"
 #include "fake_clock.h"
-#include "pty_peer.h"
-
-#include "qvreader/devcall.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdarg>
-#include <fcntl.h>
-#include <filesystem>
-#include <optional>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -20,30 +15,8 @@ using namespace qvtest;
 
 namespace {
 
-std::string s_sDevice;             // what stands behind every /dev/COM name; empty: nothing
-std::vector<std::string> s_opened; // the /dev/COM names that were opened
-
-} // namespace
-
-extern "C" [[gnu::visibility("default")]] int open(const char *pszPath, int nFlags, ...)
-{
-    va_list more;
-    va_start(more, nFlags);
-    unsigned nMode = (nFlags & O_CREAT) != 0 ? va_arg(more, unsigned) : 0;
-    va_end(more);
-    if (std::string_view(pszPath).starts_with("/dev/COM")) {
-        s_opened.emplace_back(pszPath);
-        if (!s_sDevice.empty())
-            pszPath = s_sDevice.c_str();
-    }
-    return static_cast<int>(syscall(SYS_openat, AT_FDCWD, pszPath, nFlags, nMode));
-}
-
-namespace {
-
 size_t s_nWritable = SIZE_MAX; // bytes that the port still takes
 int s_nErrorWhenFull = EIO;    // errno of a write behind them; 0: it writes nothing
-bool s_bReadsFail = false;
 
 } // namespace
 
@@ -61,122 +34,26 @@ extern "C" [[gnu::visibility("default")]] ssize_t write(int nFd, const void *pDa
     return n;
 }
 
-extern "C" [[gnu::visibility("default")]] ssize_t read(int nFd, void *pBuf, size_t nLen)
-{
-    if (s_bReadsFail && nFd == g_AuxFd) {
-        errno = EIO;
-        return -1;
-    }
-    return syscall(SYS_read, nFd, pBuf, nLen);
-}
-
 namespace {
 
-constexpr const char *pszQuestion = "01 30 30 30 32 31 31 30 31 31 30 04";
-constexpr const char *pszRequest = R"({"FunctionCode":"0001","RequestPort":"9701","RequestBaudRate":"9600"})";
 // The quote in front of ErrorMessage is E2 80 9C.
 constexpr const char *pszFailure = "{\"ErrorCode\":\"-1\", \"\xE2\x80\x9C"
                                    "ErrorMessage\":\"GetDeviceInfo Failed\"}";
 
-std::string padded(std::string sText, size_t nLen = 32)
-{
-    sText.resize(std::max(sText.size(), nLen), ' ');
-    return sText;
-}
-
-struct Record {
-    std::string sModel = padded("QV-100");
-    std::string sSerial = padded("SN00012345");
-    std::string sDate = "15 03 24 20"; // day, month, year low, year high
-    std::string sVersion = "04 03 02 01";
-    std::string sUnused = "DE AD BE EF";
-    std::string sVersion2 = "08 07 06 05";
-    std::string sMac = "01 23 45 67 89 AB";
-
-    std::string body() const
-    {
-        return hex(textBytes(sModel)) + " " + hex(textBytes(sSerial)) + " " + sDate + " " + sVersion + " " + sUnused +
-               " " + sVersion2 + " " + sMac;
-    }
-    std::string frame() const { return replyFrame(0, body(), 0x01, 0x04); }
-};
-
-std::string answerText(std::string_view sVersion, std::string_view sDate, std::string_view sSerial,
-                       std::string_view sModel)
-{
-    std::string s = R"({"ErrorCode":"0", "ErrorMessage":"success", "DeviceBrand":"QORV", "DllVersion":"1.0.0.4",)";
-    s.append(R"("DeviceVersion":")").append(sVersion).append(R"(","ProductionDate":")").append(sDate);
-    s.append(R"(","DeviceSN":")").append(sSerial).append(R"(","DeviceModel":")").append(sModel).append("\"}");
-    return s;
-}
-
-class DeviceAnswer : public testing::Test {
+class DeviceAnswer : public AnsweredCall, public FailingReads {
   protected:
     void SetUp() override
     {
-        m_nDescriptors = openDescriptors();
-        m_peer.emplace();
-        s_sDevice = m_peer->path();
-        s_opened.clear();
+        AnsweredCall::SetUp();
         s_nWritable = SIZE_MAX;
         s_nErrorWhenFull = EIO;
-        s_bReadsFail = false;
-        stBackUpParam = {};
-        stRDZ73xx = {};
-        gEndChar = 0x55;
-        g_bIcBaundFlag = 0;
     }
     void TearDown() override
     {
         s_nWritable = SIZE_MAX;
         s_bReadsFail = false;
-        m_peer->finish();
-        logOff();
-        EXPECT_EQ(g_AuxFd, -2);
-        COMM_Com_CloseLinux();
-        m_peer.reset();
-        EXPECT_EQ(openDescriptors(), m_nDescriptors);
+        AnsweredCall::TearDown();
     }
-    int32_t call()
-    {
-        m_out.assign(600, '#');
-        m_nOut = 0xC5C5;
-        return DEV_CommCall(pszRequest, "", m_out.data(), &m_nOut);
-    }
-    bool untouched() const { return m_nOut == 0xC5C5 && m_out.find_first_not_of('#') == std::string::npos; }
-    // The answer's text; its length, its NUL and what stands behind it are looked at as well.
-    std::string text() const
-    {
-        size_t nEnd = m_out.find('\0');
-        if (nEnd == std::string::npos)
-            return "(no NUL)";
-        EXPECT_EQ(m_nOut, nEnd);
-        EXPECT_EQ(m_out.find_first_not_of('#', nEnd + 1), std::string::npos);
-        return m_out.substr(0, nEnd);
-    }
-    // One successful conversation with this reply.
-    std::string answerTo(const std::string &sReply)
-    {
-        m_peer->expect(pszQuestion).reply(sReply);
-        EXPECT_EQ(call(), 0);
-        EXPECT_EQ(g_AuxFd, -2);
-        EXPECT_EQ(stBackUpParam.pfnEndCondition, &DefaultEndCondition);
-        m_peer->finish();
-        return text();
-    }
-    std::string answerTo(const Record &record) { return answerTo(record.frame()); }
-    // The call's lines went to the log of the day.
-    static void takeLog() { writeFile(libraryDirectory() + "/test.log", readFile(pGetLogPath())); }
-    static void freshLog()
-    {
-        logOn();
-        std::filesystem::remove(pGetLogPath());
-    }
-
-    int m_nDescriptors = 0;
-    std::optional<PtyPeer> m_peer;
-    std::string m_out;
-    uint32_t m_nOut = 0;
 };
 
 // ---- the answer ---------------------------------------------------------------------------------------------------
@@ -327,6 +204,15 @@ TEST_F(DeviceAnswer, AReplyThatNeverEndsIsCutAtTheBuffer)
     EXPECT_EQ(answerTo(hex(endless)), answerText("1.02.03.04", "2024.3.15", "SN00012345", "QV-100"));
 }
 
+TEST_F(DeviceAnswer, TheReadHasRoomFor1024BytesAndIsNoExchange)
+{
+    freshLog();
+    answerTo(Record{});
+    takeLog();
+    EXPECT_NE(rawLog().find(" nMaxLen = 1024 \r\n"), std::string::npos) << rawLog();
+    EXPECT_EQ(rawLog().find("nMaxReciveBufLen"), std::string::npos);
+}
+
 TEST_F(DeviceAnswer, AReplyTooShortForARecordIsARecordOfZeros)
 {
     const std::string sZeros = answerText("0.00.00.00", " 000.0.0", "", "");
@@ -340,6 +226,45 @@ TEST_F(DeviceAnswer, AReplyTooShortForARecordIsARecordOfZeros)
     Bytes frame = bytes(Record{}.frame());
     frame.erase(frame.begin() + 9);
     EXPECT_EQ(answerTo(hex(frame)), sZeros);
+}
+
+TEST_F(DeviceAnswer, OfARecordThatIsCutShortTheRestIsZero)
+{
+    struct Row {
+        size_t nLen;
+        const char *pszModel;
+        const char *pszSerial;
+        const char *pszDate;
+        const char *pszVersion;
+    };
+    const Row rows[] = {{1, "Q", "", " 000.0.0", "0.00.00.00"},
+                        {31, "QV-100", "", " 000.0.0", "0.00.00.00"},
+                        {32, "QV-100", "", " 000.0.0", "0.00.00.00"},
+                        {33, "QV-100", "S", " 000.0.0", "0.00.00.00"},
+                        {64, "QV-100", "SN00012345", " 000.0.0", "0.00.00.00"},
+                        {66, "QV-100", "SN00012345", " 000.3.15", "0.00.00.00"},
+                        {68, "QV-100", "SN00012345", "2024.3.15", "0.00.00.00"},
+                        {70, "QV-100", "SN00012345", "2024.3.15", "0.00.03.04"},
+                        {71, "QV-100", "SN00012345", "2024.3.15", "0.02.03.04"},
+                        {72, "QV-100", "SN00012345", "2024.3.15", "1.02.03.04"},
+                        {79, "QV-100", "SN00012345", "2024.3.15", "1.02.03.04"},
+                        {80, "QV-100", "SN00012345", "2024.3.15", "1.02.03.04"},
+                        {85, "QV-100", "SN00012345", "2024.3.15", "1.02.03.04"}};
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.nLen);
+        EXPECT_EQ(answerTo(Record{}.cutFrame(row.nLen)),
+                  answerText(row.pszVersion, row.pszDate, row.pszSerial, row.pszModel));
+    }
+}
+
+TEST_F(DeviceAnswer, OnlyAWholeModelHasAnotherName)
+{
+    Record record;
+    record.sModel = padded("VXTA-1");
+    const std::string sZeros = " 000.0.0";
+    EXPECT_EQ(answerTo(record.cutFrame(6)), answerText("0.00.00.00", sZeros, "", "VXTA-1"));
+    EXPECT_EQ(answerTo(record.cutFrame(31)), answerText("0.00.00.00", sZeros, "", "VXTA-1"));
+    EXPECT_EQ(answerTo(record.cutFrame(32)), answerText("0.00.00.00", sZeros, "", "RDZ-7350"));
 }
 
 // ---- no reply -----------------------------------------------------------------------------------------------------
@@ -356,6 +281,24 @@ TEST_F(DeviceAnswer, SilenceIsAnErrorObject)
     EXPECT_EQ(stBackUpParam.pfnEndCondition, &DefaultEndCondition);
     EXPECT_LT(stBackUpParam.nTimeOut, 0);
     EXPECT_EQ(g_AuxFd, -2);
+}
+
+TEST_F(DeviceAnswer, TheReaderHasTheThreeSecondsOfTheOpen)
+{
+    FakeClock clock(1000);
+    // Twice when the read starts, once a look, and once at its end: 3 seconds are in time, 4 are not.
+    clock.script({1000, 1000, 1003, 1004, 1010});
+    m_peer->expect(pszQuestion);
+    EXPECT_EQ(callWith(R"({"FunctionCode":"0001","RequestPort":"9701","RequestTimeOut":"60"})", ""), -1);
+    EXPECT_EQ(text(), pszFailure);
+    EXPECT_EQ(stBackUpParam.nTimeOut, 3 - 10);
+    EXPECT_EQ(FakeClock::timeCalls(), 5);
+    m_peer->finish();
+    clock.script({1000, 1000, 1003, 1003, 1004});
+    m_peer->expect(pszQuestion);
+    EXPECT_EQ(call(), -1);
+    EXPECT_EQ(stBackUpParam.nTimeOut, -1);
+    g_nPowerOnTimeout = 0;
 }
 
 TEST_F(DeviceAnswer, AnUnfinishedReplyIsAnErrorObject)
@@ -413,52 +356,6 @@ TEST_F(DeviceAnswer, ASecondCallStartsAfresh)
     s_nWritable = 0;
     EXPECT_EQ(call(), 0);
     EXPECT_TRUE(untouched());
-}
-
-// ---- log ----------------------------------------------------------------------------------------------------------
-
-TEST_F(DeviceAnswer, ASuccessIsLogged)
-{
-    freshLog();
-    const std::string sAnswer = answerTo(Record{});
-    takeLog();
-    EXPECT_TRUE(
-        logged({"initDriver", "DEV_CommCall Start", "[Dev_Rdz_Ic_OpenPort] Start ", "===>[Dev_Rdz_Ic_ClosePort] Start ",
-                "outJson = " + sAnswer + ", *outlen = " + std::to_string(sAnswer.size()) + ", nRet = 0"}));
-    EXPECT_TRUE(logged({"version2=5.06.07.08"}));
-    EXPECT_FALSE(logged({"tl900"}));
-    const std::string sLog = rawLog();
-    for (const char *pszText : {"DEV_CommCall Start", "outJson = "}) {
-        size_t nAt = sLog.find(pszText);
-        size_t nStart = sLog.rfind('\n', nAt);
-        EXPECT_NE(sLog.substr(nStart, nAt - nStart).find("  INFO:    "), std::string::npos) << pszText;
-    }
-}
-
-TEST_F(DeviceAnswer, OneModelsMacIsLoggedOnly)
-{
-    for (const char *pszModel : {"TL900", "TL900-A", "TL9000"}) {
-        SCOPED_TRACE(pszModel);
-        Record record;
-        record.sModel = padded(pszModel);
-        freshLog();
-        EXPECT_EQ(answerTo(record), answerText("1.02.03.04", "2024.3.15", "SN00012345", pszModel));
-        takeLog();
-        EXPECT_TRUE(logged({"DEV_CommCall Start", "tl900", "szMac=0123456789AB", "===>[Dev_Rdz_Ic_ClosePort] Start "}));
-        logOff();
-    }
-    for (const char *pszModel : {"TL90", "tl900", "XTL900"}) {
-        SCOPED_TRACE(pszModel);
-        Record record;
-        record.sModel = padded(pszModel);
-        freshLog();
-        EXPECT_EQ(answerTo(record), answerText("1.02.03.04", "2024.3.15", "SN00012345", pszModel));
-        takeLog();
-        EXPECT_FALSE(logged({"tl900"}));
-        EXPECT_TRUE(logged({"szMac=FFFFFFFFFFFF"}));
-        EXPECT_EQ(rawLog().find("szMac=0123456789AB"), std::string::npos);
-        logOff();
-    }
 }
 
 } // namespace

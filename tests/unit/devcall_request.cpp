@@ -2,82 +2,29 @@
 //
 // Every /dev/COM name leads to the pseudo-terminal of the test.
 
-#include "fake_clock.h"
-#include "pty_peer.h"
+#include "devcall.h"
 
-#include "qvreader/devcall.h"
-
-#include <cstdarg>
-#include <fcntl.h>
 #include <filesystem>
-#include <optional>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 using namespace qvtest;
 
 namespace {
 
-std::string s_sDevice;             // what stands behind every /dev/COM name; empty: nothing
-std::vector<std::string> s_opened; // the /dev/COM names that were opened
-
-} // namespace
-
-extern "C" [[gnu::visibility("default")]] int open(const char *pszPath, int nFlags, ...)
-{
-    va_list more;
-    va_start(more, nFlags);
-    unsigned nMode = (nFlags & O_CREAT) != 0 ? va_arg(more, unsigned) : 0;
-    va_end(more);
-    if (std::string_view(pszPath).starts_with("/dev/COM")) {
-        s_opened.emplace_back(pszPath);
-        if (!s_sDevice.empty())
-            pszPath = s_sDevice.c_str();
-    }
-    return static_cast<int>(syscall(SYS_openat, AT_FDCWD, pszPath, nFlags, nMode));
-}
-
-namespace {
-
-constexpr const char *pszQuestion = "01 30 30 30 32 31 31 30 31 31 30 04";
-
-class DeviceRequest : public testing::Test {
+class DeviceRequest : public DeviceCall {
   protected:
     void SetUp() override
     {
-        m_nDescriptors = openDescriptors();
-        m_peer.emplace();
-        s_sDevice = m_peer->path();
-        s_opened.clear();
-        stBackUpParam = {};
-        stRDZ73xx = {};
-        g_sParam = {};
-        gEndChar = 0x55;
+        DeviceCall::SetUp();
         g_bIcBaundFlag = 77;
-        g_useBpBox = 0;
         g_nPowerOnTimeout = 7777;
-        m_out.assign(600, '#');
-        m_nOut = 0xC5C5;
     }
     void TearDown() override
     {
-        m_peer->finish();
-        logOff();
-        g_bIcBaundFlag = 0;
         g_nPowerOnTimeout = 0;
-        EXPECT_EQ(g_AuxFd, -2);
-        COMM_Com_CloseLinux();
-        m_peer.reset();
-        EXPECT_EQ(openDescriptors(), m_nDescriptors);
+        DeviceCall::TearDown();
     }
-    int32_t call(const char *pszRequest)
-    {
-        m_out.assign(600, '#');
-        m_nOut = 0xC5C5;
-        return DEV_CommCall(pszRequest, &m_nReserved, m_out.data(), &m_nOut);
-    }
+    int32_t call(const char *pszRequest) { return callWith(pszRequest, &m_nReserved); }
     int32_t call(const std::string &sRequest) { return call(sRequest.c_str()); }
-    bool untouched() const { return m_nOut == 0xC5C5 && m_out.find_first_not_of('#') == std::string::npos; }
     // The reader answers the next question with an empty record.
     void answer() { m_peer->expect(pszQuestion).reply(replyFrame(0, hex(Bytes(86)), 0x01, 0x04)); }
     // Refused before anything was opened or set.
@@ -91,11 +38,7 @@ class DeviceRequest : public testing::Test {
         EXPECT_EQ(stBackUpParam.pfnEndCondition, nullptr);
     }
 
-    int m_nDescriptors = 0;
-    std::optional<PtyPeer> m_peer;
     int m_nReserved = 0;
-    std::string m_out;
-    uint32_t m_nOut = 0;
 };
 
 // ---- function code ------------------------------------------------------------------------------------------------
@@ -170,6 +113,18 @@ TEST_F(DeviceRequest, ANegativePortOrTimeOutIsRefused)
         SCOPED_TRACE(pszMembers);
         EXPECT_EQ(call(std::string(R"({"FunctionCode":"0001",)") + pszMembers + "}"), -100);
         expectNothingDone();
+    }
+}
+
+TEST_F(DeviceRequest, NoOtherNegativeNumberIsRefused)
+{
+    for (const char *pszMember :
+         {R"("RequestBaudRate":"-1")", R"("RequestBaudRate":"-9600")", R"("RequestIP":"-1")", R"("Unknown":"-1")"}) {
+        SCOPED_TRACE(pszMember);
+        s_opened.clear();
+        answer();
+        EXPECT_EQ(call(std::string(R"({"FunctionCode":"0001","RequestPort":"4",)") + pszMember + "}"), 0);
+        EXPECT_EQ(s_opened, std::vector<std::string>{"/dev/COM4"});
     }
 }
 

@@ -1,12 +1,11 @@
 // What conversations leave in the log: every line with the label of its layer, in order, from the host's call down to
 // the frames.
 
-#include "pty_peer.h"
+#include "open_reader.h"
 
 #include "qvreader/icreader.h"
 
 #include <algorithm>
-#include <optional>
 #include <regex>
 
 using namespace qvtest;
@@ -64,41 +63,10 @@ long countBegun(const std::string &sBegin)
     return std::count_if(lines.begin(), lines.end(), [&](const auto &sLine) { return sLine.starts_with(sBegin); });
 }
 
-class ReaderLog : public testing::Test {
+class ReaderLog : public OpenReader {
   protected:
-    void SetUp() override
-    {
-        m_nDescriptors = openDescriptors();
-        m_peer.emplace();
-        stBackUpParam = {};
-        stRDZ73xx = {};
-        gEndChar = 0x03;
-        g_sParam = {};
-        stCardReader = {};
-        g_nHidNum = g_bIcSetHidFlag = g_bUseSetHid = g_bIcBaundFlag = g_useBpBox = 0;
-        g_nPowerOnTimeout = 0;
-        ASSERT_EQ(Dev_Rdz_Ic_OpenPort(path(), nullptr, 1, 0, 9600), 0);
-        COMM_Rdz_ChageReadTimeOut(60);
-    }
-    void TearDown() override
-    {
-        m_peer->finish();
-        logOff();
-        stCardReader.nReaderMode = 0;
-        g_bIcBaundFlag = 0;
-        COMM_Com_CloseLinux();
-        m_peer.reset();
-        EXPECT_EQ(openDescriptors(), m_nDescriptors);
-    }
-    const char *path() const { return m_peer->path().c_str(); }
-    void answer(std::string_view sCommand, uint32_t nStatus, std::string_view sBody = "")
-    {
-        m_peer->expect(commandFrame(sCommand)).reply(replyFrame(nStatus, sBody));
-    }
     void damage(std::string_view sCommand) { m_peer->expect(commandFrame(sCommand)).reply("02 03"); }
 
-    int m_nDescriptors = 0;
-    std::optional<PtyPeer> m_peer;
     uint8_t m_buf[1100] = {};
     uint32_t m_nLen = 0;
 };

@@ -1,14 +1,14 @@
 // LEDs, buzzer, device record, module reset.
 
+#include "failing_writes.h"
 #include "fake_clock.h"
-#include "pty_peer.h"
+#include "open_reader.h"
 
 #include "qvreader/icreader.h"
 
+#include <algorithm>
 #include <atomic>
-#include <cerrno>
-#include <optional>
-#include <sys/syscall.h>
+#include <chrono>
 #include <thread>
 #include <unistd.h>
 
@@ -16,47 +16,18 @@ using namespace qvtest;
 
 namespace {
 
-std::atomic<bool> s_bWritesFail{false};
-
-} // namespace
-
-extern "C" [[gnu::visibility("default")]] ssize_t write(int nFd, const void *pData, size_t nLen)
-{
-    if (s_bWritesFail && nFd == g_AuxFd) {
-        errno = EIO;
-        return -1;
-    }
-    return syscall(SYS_write, nFd, pData, nLen);
-}
-
-namespace {
-
-class Peripherals : public testing::Test {
+class Peripherals : public OpenReader, public FailingWrites {
   protected:
     void SetUp() override
     {
-        m_nDescriptors = openDescriptors();
-        m_peer.emplace();
-        stBackUpParam = {};
-        stRDZ73xx = {};
-        gEndChar = 0x03;
-        g_bIcBaundFlag = g_useBpBox = 0;
-        stCardReader = {0, 0, 7};
-        s_bWritesFail = false;
-        ASSERT_EQ(Dev_Rdz_Ic_OpenPort(m_peer->path().c_str(), nullptr, 1, 0, 9600), 0);
-        COMM_Rdz_ChageReadTimeOut(60);
+        OpenReader::SetUp();
+        stCardReader.nCardSlot = 7;
         m_out.assign(1024, 0xC5);
     }
     void TearDown() override
     {
         s_bWritesFail = false;
-        m_peer->finish();
-        logOff();
-        stCardReader.nReaderMode = 0;
-        Dev_Rdz_Ic_ClosePort();
-        COMM_Com_CloseLinux();
-        m_peer.reset();
-        EXPECT_EQ(openDescriptors(), m_nDescriptors);
+        OpenReader::TearDown();
     }
     static std::string command(std::string_view sData) { return commandFrame(sData, 0x01, 0x04); }
     void answer(std::string_view sCommand, uint32_t nStatus, std::string_view sBody = "")
@@ -71,8 +42,6 @@ class Peripherals : public testing::Test {
         COMM_Rdz_ChageReadTimeOut(60);
     }
 
-    int m_nDescriptors = 0;
-    std::optional<PtyPeer> m_peer;
     Bytes m_out;
 };
 
@@ -251,6 +220,15 @@ TEST_F(Peripherals, TheDeviceRecordIsCopiedWhole)
     EXPECT_EQ(m_out[0], 0x7E);
 }
 
+TEST_F(Peripherals, BehindTheDeviceRecordNothingIsWritten)
+{
+    answer("11 01", 0x9000, "00 01 02 FF");
+    EXPECT_EQ(COMM_Icc_GetDeviceInfo(m_out.data()), 0);
+    Bytes expected(1024, 0xC5);
+    std::ranges::copy(bytes("00 01 02 FF"), expected.begin());
+    EXPECT_EQ(m_out, expected);
+}
+
 TEST_F(Peripherals, NoDeviceRecordIsMinusOneAndCopiesNothing)
 {
     answer("11 01", 0);
@@ -329,24 +307,60 @@ TEST_F(Peripherals, AModuleResetThatCannotBeSentIsMinusOne)
     EXPECT_EQ(rawLog().find("COMM_Rdz_Cancel"), std::string::npos);
 }
 
+TEST_F(Peripherals, AModuleResetIsDoneWhateverItsCancelSays)
+{
+    // Of a port with descriptor 0 no read is cancelled.
+    const int nPort = g_AuxFd;
+    const int nStdin = dup(0);
+    ASSERT_EQ(dup2(nPort, 0), 0);
+    g_AuxFd = 0;
+    EXPECT_EQ(COMM_Dev_CancelRead(), -57);
+    m_peer->expect("1B 30");
+    EXPECT_EQ(COMM_IC_MulModuleReset(), 0);
+    m_peer->finish();
+    g_AuxFd = nPort;
+    if (nStdin < 0) {
+        close(0);
+    } else {
+        dup2(nStdin, 0);
+        close(nStdin);
+    }
+}
+
+TEST_F(Peripherals, AModuleResetLeavesTheEndOfFramesAsItWas)
+{
+    for (EndConditionFn pfnEnd : {&IcEndCondition, &ChangeEndCondition}) {
+        gEndChar = 0x55;
+        stBackUpParam.pfnEndCondition = pfnEnd;
+        m_peer->expect("1B 30");
+        EXPECT_EQ(COMM_IC_MulModuleReset(), 0);
+        EXPECT_EQ(gEndChar, 0x55);
+        EXPECT_EQ(stBackUpParam.pfnEndCondition, pfnEnd);
+        m_peer->finish();
+    }
+}
+
 TEST_F(Peripherals, AModuleResetEndsARunningRead)
 {
+    using std::chrono::milliseconds;
     int32_t nResult = 0;
     std::atomic<bool> bDone{false};
+    const int nCalls = FakeClock::timeCalls();
     std::thread reading([&] {
         Bytes out(16);
         nResult = COMM_Rdz_ReadDataFromReader(0, 0, 0, out.data(), 16);
         bDone = true;
     });
-    // The read may not have started at the first reset.
+    while (FakeClock::timeCalls() == nCalls && !bDone) // a read looks at the clock when it starts
+        std::this_thread::sleep_for(milliseconds(1));
+    // The first reset may still come between that and the read's first pass.
     size_t nResets = 0;
     while (!bDone && nResets < 50) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(200));
-        if (bDone)
-            break;
         m_peer->expect("1B 30");
         EXPECT_EQ(COMM_IC_MulModuleReset(), 0);
         ++nResets;
+        for (int i = 0; i < 2000 && !bDone; ++i)
+            std::this_thread::sleep_for(milliseconds(1));
     }
     reading.join();
     EXPECT_EQ(nResult, -57);

@@ -1,67 +1,36 @@
 // The host's send calls: with open and close around them or on an open port, through the card layer or raw.
 
+#include "failing_writes.h"
 #include "fake_clock.h"
-#include "pty_peer.h"
+#include "open_reader.h"
 
 #include "qvreader/icreader.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <memory>
-#include <optional>
-#include <sys/syscall.h>
-#include <unistd.h>
 
 using namespace qvtest;
 
 namespace {
 
-bool s_bWritesFail = false;
-
-} // namespace
-
-extern "C" [[gnu::visibility("default")]] ssize_t write(int nFd, const void *pData, size_t nLen)
-{
-    if (nFd == g_AuxFd && s_bWritesFail) {
-        errno = EIO;
-        return -1;
-    }
-    return syscall(SYS_write, nFd, pData, nLen);
-}
-
-namespace {
-
-class SendCommand : public testing::Test {
+class SendCommand : public ClosedReader, public FailingWrites {
   protected:
     void SetUp() override
     {
-        m_nDescriptors = openDescriptors();
-        m_peer.emplace();
-        stBackUpParam = {};
-        stRDZ73xx = {};
-        gEndChar = 0x03;
-        g_bIcBaundFlag = g_useBpBox = 0;
-        stCardReader = {0, 0, 7};
-        s_bWritesFail = false;
+        ClosedReader::SetUp();
+        stCardReader.nCardSlot = 7;
         m_out.assign(1100, 0xC5);
         m_nOut = 0xC5C5;
     }
     void TearDown() override
     {
         s_bWritesFail = false;
-        g_bIcBaundFlag = 0;
-        m_peer->finish();
-        logOff();
-        COMM_Com_CloseLinux();
-        m_peer.reset();
-        EXPECT_EQ(openDescriptors(), m_nDescriptors);
+        ClosedReader::TearDown();
     }
-    const char *path() const { return m_peer->path().c_str(); }
     void open()
     {
-        ASSERT_EQ(Dev_Rdz_Ic_OpenPort(path(), nullptr, 1, 0, 9600), 0);
-        COMM_Rdz_ChageReadTimeOut(60);
+        ClosedReader::open();
         stCardReader.nCardSlot = 7;
     }
     void card(std::string_view sSlot, std::string_view sCommand, std::string_view sResponse, uint32_t nStatus = 0)
@@ -102,8 +71,6 @@ class SendCommand : public testing::Test {
     }
     std::string out() const { return hex(std::span(m_out).first(m_nOut)); }
 
-    int m_nDescriptors = 0;
-    std::optional<PtyPeer> m_peer;
     Bytes m_out;
     uint32_t m_nOut = 0;
 };

@@ -99,6 +99,19 @@ TEST_F(Slots, AFailedDetectionIsPassedOn)
     g_AuxFd = nFd;
 }
 
+TEST_F(Slots, ADetectionAsksInAnotherReaderModeToo)
+{
+    for (int32_t nMode : {1, 2, -1}) {
+        SCOPED_TRACE(nMode);
+        stCardReader.nReaderMode = nMode;
+        answer("32 30 00 0A", 0x9000, "02");
+        EXPECT_EQ(ICC_RDZ73xxCHECKCARD(10), 1);
+        m_peer->finish();
+    }
+    EXPECT_EQ(m_peer->wire(),
+              commandFrame("32 30 00 0A") + " " + commandFrame("32 30 00 0A") + " " + commandFrame("32 30 00 0A"));
+}
+
 TEST_F(Slots, TheLongestTrackTextIsRead)
 {
     Bytes body(507, 0x31);

@@ -1,5 +1,5 @@
-// open_reader.h - a fixture for calls on an open reader: a scripted peer, the port open, every process-wide value as a
-// fresh process has it.
+// open_reader.h - fixtures for calls on a reader: a scripted peer, every process-wide value as a fresh process has it,
+// the port closed or open.
 #pragma once
 
 #include "pty_peer.h"
@@ -9,11 +9,13 @@
 #include <gtest/gtest.h>
 
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace qvtest {
 
-class OpenReader : public testing::Test {
+// A reader that nobody has opened yet.
+class ClosedReader : public testing::Test {
   protected:
     void SetUp() override
     {
@@ -22,20 +24,28 @@ class OpenReader : public testing::Test {
         stBackUpParam = {};
         stRDZ73xx = {};
         gEndChar = 0x03;
-        g_bIcBaundFlag = 0;
+        g_sParam = {};
+        stCardReader = {};
+        g_nHidNum = g_bIcSetHidFlag = g_bUseSetHid = g_bIcBaundFlag = g_useBpBox = 0;
         g_nPowerOnTimeout = 0;
-        ASSERT_EQ(Dev_Rdz_Ic_OpenPort(m_peer->path().c_str(), nullptr, 1, 0, 9600), 0);
-        COMM_Rdz_ChageReadTimeOut(60);
     }
     void TearDown() override
     {
         m_peer->finish();
         logOff();
+        g_bIcBaundFlag = g_useBpBox = 0;
         stCardReader.nReaderMode = 0;
         Dev_Rdz_Ic_ClosePort();
         COMM_Com_CloseLinux();
         m_peer.reset();
         EXPECT_EQ(openDescriptors(), m_nDescriptors);
+    }
+    const char *path() const { return m_peer->path().c_str(); }
+    // Opens the port; a read may then last 60 seconds.
+    void open()
+    {
+        ASSERT_EQ(Dev_Rdz_Ic_OpenPort(path(), nullptr, 1, 0, 9600), 0);
+        COMM_Rdz_ChageReadTimeOut(60);
     }
     // The next command must have these data; the reader answers with a status word and a body.
     void answer(std::string_view sCommand, uint32_t nStatus, std::string_view sBody = "")
@@ -45,6 +55,15 @@ class OpenReader : public testing::Test {
 
     int m_nDescriptors = 0;
     std::optional<PtyPeer> m_peer;
+};
+
+class OpenReader : public ClosedReader {
+  protected:
+    void SetUp() override
+    {
+        ClosedReader::SetUp();
+        open();
+    }
 };
 
 } // namespace qvtest

@@ -1,6 +1,6 @@
 // Base64: both codecs against a plain reference, with their own rules of capacity, padding and foreign characters.
 
-#include "harness.h"
+#include "codec_buffers.h"
 
 #include "qvreader/support.h"
 
@@ -17,8 +17,6 @@ using namespace qvtest;
 namespace {
 
 constexpr std::string_view sAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-constexpr uint8_t ucFree = 0xC5; // what an output byte holds that was not written
-
 struct Codec {
     const char *pszName;
     int32_t (*pfnEncode)(const uint8_t *, uint32_t, char *, int32_t);
@@ -88,27 +86,6 @@ Decoded decodeReference(std::string_view sText, uint64_t nCap)
     return decoded;
 }
 
-// An output buffer between two margins.
-class Out {
-  public:
-    explicit Out(size_t nSize) : m_data(nSize + 2 * nMargin, ucFree) {}
-    uint8_t *bytes() { return m_data.data() + nMargin; }
-    char *text() { return reinterpret_cast<char *>(bytes()); }
-    // The first n bytes; "overrun" when anything beyond them or before the buffer was written.
-    std::string first(size_t n) const
-    {
-        for (size_t nAt = 0; nAt < m_data.size(); ++nAt)
-            if ((nAt < nMargin || nAt >= nMargin + n) && m_data[nAt] != ucFree)
-                return "overrun at " + std::to_string(static_cast<long>(nAt) - static_cast<long>(nMargin));
-        return std::string(m_data.begin() + nMargin, m_data.begin() + nMargin + static_cast<long>(n));
-    }
-    bool untouched() const { return first(0).empty(); }
-
-  private:
-    static constexpr long nMargin = 32;
-    Bytes m_data;
-};
-
 std::string asString(const Bytes &data)
 {
     return std::string(data.begin(), data.end());
@@ -130,7 +107,7 @@ class Base64 : public testing::TestWithParam<Codec> {
         const Decoded expected = decodeReference(sText, nCap);
         Out out(sText.size() + 8);
         EXPECT_EQ(decode(sText, out.bytes(), nCap), expected.nResult) << sText << " cap " << nCap;
-        EXPECT_EQ(out.first(expected.written.size()), asString(expected.written)) << sText << " cap " << nCap;
+        EXPECT_EQ(out.firstText(expected.written.size()), asString(expected.written)) << sText << " cap " << nCap;
     }
 };
 
@@ -144,10 +121,10 @@ TEST(OlderCodec, WorksBeforeItsTableIsPreparedAndUnchangedAfter)
         EXPECT_EQ(GetIndexFromBase64Table('/'), 63);
         Out text(4);
         EXPECT_EQ(EncryptBase64(bytes("FB FF FE").data(), 3, text.text(), 4), 4);
-        EXPECT_EQ(text.first(4), "+//+");
+        EXPECT_EQ(text.firstText(4), "+//+");
         Out data(3);
         EXPECT_EQ(DecryptBase64("+//+", 4, data.bytes(), 3), 3);
-        EXPECT_EQ(data.first(3), "\xFB\xFF\xFE");
+        EXPECT_EQ(data.firstText(3), "\xFB\xFF\xFE");
         IniBase64Table();
     }
 }
@@ -179,10 +156,10 @@ TEST_P(Base64, KnownVectorsGoBothWays)
         const std::string sData = row.pszData;
         Out text(16);
         EXPECT_EQ(encode(textBytes(sData), text.text(), 16), int32_t(sText.size())) << sData;
-        EXPECT_EQ(text.first(sText.size()), sText);
+        EXPECT_EQ(text.firstText(sText.size()), sText);
         Out data(16);
         EXPECT_EQ(decode(sText, data.bytes(), 16), int32_t(sData.size())) << sText;
-        EXPECT_EQ(data.first(sData.size()), sData);
+        EXPECT_EQ(data.firstText(sData.size()), sData);
     }
 }
 
@@ -216,10 +193,10 @@ TEST_P(Base64, RandomDataOfEveryLengthGoesBothWays)
         const std::string sText = encodeReference(data);
         Out text(sText.size());
         ASSERT_EQ(encode(data, text.text(), static_cast<int32_t>(sText.size())), int32_t(sText.size())) << nLen;
-        ASSERT_EQ(text.first(sText.size()), sText) << nLen;
+        ASSERT_EQ(text.firstText(sText.size()), sText) << nLen;
         Out back(nLen);
         ASSERT_EQ(decode(sText, back.bytes(), static_cast<uint32_t>(nLen)), int32_t(nLen)) << nLen;
-        ASSERT_EQ(back.first(nLen), asString(data)) << nLen;
+        ASSERT_EQ(back.firstText(nLen), asString(data)) << nLen;
     }
 }
 
@@ -233,7 +210,7 @@ TEST_P(Base64, EncodingNeedsTheWholeGroupsOfItsText)
         for (int32_t nCap = -1; nCap <= nNeed + 1; ++nCap) {
             Out out(24);
             EXPECT_EQ(encode(data, out.text(), nCap), nCap < nNeed ? -1 : nNeed) << nLen << " into " << nCap;
-            EXPECT_EQ(out.first(nCap < nNeed ? 0 : size_t(nNeed)), nCap < nNeed ? "" : encodeReference(data));
+            EXPECT_EQ(out.firstText(nCap < nNeed ? 0 : size_t(nNeed)), nCap < nNeed ? "" : encodeReference(data));
         }
     }
 }
@@ -329,7 +306,7 @@ TEST_P(Base64, DecoderRulesHold)
         const Bytes written = bytes(row.pszWritten);
         Out out(16);
         EXPECT_EQ(decode(row.pszText, out.bytes(), row.nCap), row.nResult) << row.pszText << " cap " << row.nCap;
-        EXPECT_EQ(out.first(written.size()), asString(written)) << row.pszText << " cap " << row.nCap;
+        EXPECT_EQ(out.firstText(written.size()), asString(written)) << row.pszText << " cap " << row.nCap;
         const Decoded reference = decodeReference(row.pszText, row.nCap);
         EXPECT_EQ(reference.nResult, row.nResult) << "the reference of this test";
         EXPECT_EQ(hex(reference.written), row.pszWritten) << "the reference of this test";

@@ -2,6 +2,7 @@
 // test puts it.
 
 #include "fake_clock.h"
+#include "far_zone.h"
 #include "harness.h"
 
 #include "qvreader/support.h"
@@ -36,13 +37,6 @@ extern "C" [[gnu::visibility("default")]] unsigned sleep(unsigned nSeconds)
 }
 
 namespace {
-
-// Far enough from UTC that local time cannot be mistaken for it.
-const bool s_bZoneSet = [] {
-    setenv("TZ", "QVT-8:30", 1);
-    tzset();
-    return true;
-}();
 
 constexpr uint8_t ucFree = 0xC5; // what an output byte holds that was not written
 

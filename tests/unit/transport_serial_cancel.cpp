@@ -9,7 +9,6 @@
 #include <atomic>
 #include <cstring>
 #include <optional>
-#include <sys/ioctl.h>
 #include <thread>
 #include <unistd.h>
 
@@ -65,16 +64,6 @@ class SerialCancel : public testing::Test {
         COMM_Dev_CloseTransPort();
         m_peer.reset();
         EXPECT_EQ(openDescriptors(), m_nDescriptors);
-    }
-    // Waits until nCount bytes stand unread in the open port.
-    static void waitUnread(int nCount)
-    {
-        int nUnread = 0;
-        for (int i = 0; i < 5000 && nUnread < nCount; ++i) {
-            usleep(1000);
-            ASSERT_EQ(ioctl(g_AuxFd, FIONREAD, &nUnread), 0);
-        }
-        ASSERT_EQ(nUnread, nCount);
     }
     // Runs a read in this thread and cancels it from another one as soon as it has made nPasses passes. Returns the
     // read's result; the passes made after the cancel stand in m_nAfter.
@@ -180,7 +169,7 @@ TEST_F(SerialCancel, ACancelWithinAPassEndsThatPass)
 TEST_F(SerialCancel, ACompleteReplyWinsOverACancel)
 {
     m_peer->send("41");
-    waitUnread(1);
+    waitUnread(g_AuxFd, 1);
     EXPECT_EQ(COMM_Com_ReadLinux(m_buf, sizeof m_buf, 60, cancelAndComplete), 1);
     EXPECT_EQ(m_buf[0], 0x41);
 }
@@ -188,7 +177,7 @@ TEST_F(SerialCancel, ACompleteReplyWinsOverACancel)
 TEST_F(SerialCancel, WhatCameBeforeTheCancelStaysInTheBuffer)
 {
     m_peer->send("41 42");
-    waitUnread(2);
+    waitUnread(g_AuxFd, 2);
     int32_t nResult = cancelled([this] { return COMM_Com_ReadLinux(m_buf, sizeof m_buf, 60, countPasses); },
                                 [] { return COMM_Com_CancelLinuxRead(); });
     EXPECT_EQ(nResult, -57);

@@ -3,6 +3,7 @@
 // Most conversations here are a table of what each pass of the read brings; read(2) on the library's port then answers
 // from the table instead of the line. A row is a run of bytes, an idle line or an errno.
 
+#include "device_log.h"
 #include "pty_peer.h"
 
 #include "qvreader/support.h"
@@ -15,7 +16,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <optional>
-#include <regex>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -376,18 +376,7 @@ TEST_F(SerialRead, AReadIsLoggedPassByPass)
     EXPECT_FALSE(logged({" Param err"}));
 }
 
-// The log since logOn() with every time stamp written as "T".
-std::string logWithoutTime()
-{
-    static const std::regex time(R"(\d\d-\d\d \d\d:\d\d:\d\d\(\d{3}\))");
-    return std::regex_replace(rawLog(), time, "T");
-}
-
-// A line of this layer, and a dump, as the file shows them.
-std::string line(const std::string &sText)
-{
-    return "  T  INFO:    CommDev:  " + sText + "\r\n";
-}
+// A dump as the file shows it.
 std::string dump(const std::string &sText)
 {
     return " T  " + sText + "\r\n";

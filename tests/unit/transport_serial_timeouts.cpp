@@ -12,7 +12,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <optional>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 using namespace qvtest;
@@ -78,16 +77,6 @@ class SerialTimeOut : public testing::Test {
         s_nCalls = 0;
         return COMM_Com_ReadLinux(m_buf, sizeof m_buf, nTimeOut, pass);
     }
-    // Waits until nCount bytes stand unread in the open port.
-    static void waitUnread(int nCount)
-    {
-        int nUnread = 0;
-        for (int i = 0; i < 5000 && nUnread < nCount; ++i) {
-            usleep(1000);
-            ASSERT_EQ(ioctl(g_AuxFd, FIONREAD, &nUnread), 0);
-        }
-        ASSERT_EQ(nUnread, nCount);
-    }
     // The peer hangs up when it gets a byte.
     void hangUp()
     {
@@ -140,7 +129,7 @@ TEST_F(SerialTimeOut, TheLongestTimeOutIsNotExceededByAnHour)
 TEST_F(SerialTimeOut, ACompleteReplyWinsOverThePassedTime)
 {
     m_peer->send("41");
-    waitUnread(1);
+    waitUnread(g_AuxFd, 1);
     s_nCompleteAt = 2;
     EXPECT_EQ(readFor(3, {1, 500}), 1);
 }
@@ -156,7 +145,7 @@ TEST_F(SerialTimeOut, ThePassedTimeWinsOverACancel)
 TEST_F(SerialTimeOut, WhatCameBeforeStaysInTheBuffer)
 {
     m_peer->send("41 42");
-    waitUnread(2);
+    waitUnread(g_AuxFd, 2);
     EXPECT_EQ(readFor(3, {0, 4}), -56);
     EXPECT_EQ(hex(m_buf, 3), "41 42 C5");
 }
