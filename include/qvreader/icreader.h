@@ -76,7 +76,7 @@ extern QV_API StCardCmdParam stCardCmdParam; /* last card status word */
 
 /* Opens the reader.
  * portName: "/dev..." or "COM..." or "AUX...": a tty path of at most 256 characters; "HID...", "USB..." or "1001...":
- *   USB (not in this version: -51); "PCSC...": refused. Case counts.
+ *   USB; "PCSC...": refused. Case counts.
  * boxPort: "A", "B", "C" or "K" selects a port of an external switch box on a serial link; null or other: none.
  * termType: terminal family; 2 changes the switch-box sequence. reserved: ignored. baud: bits per second.
  * 0; -2 null, empty or unknown name; -50 PC/SC; -51 the port could not be opened, or the link not raised (the port may

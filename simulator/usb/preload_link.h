@@ -50,7 +50,7 @@ class PreloadLink {
 
     template <typename T> T readRecord(unsigned long address)
     {
-        T record{};
+        T record; // filled whole
         readInto(address, {reinterpret_cast<std::uint8_t *>(&record), sizeof record});
         return record;
     }

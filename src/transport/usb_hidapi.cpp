@@ -8,7 +8,7 @@
 // wait, within 200 ms.
 
 #include "clock.h"
-#include "hid_read_flags.h"
+#include "hid_reply.h"
 #include "log.h"
 #include "qvreader/transport.h"
 
@@ -26,10 +26,9 @@ uint32_t g_bIsLinuxSrcHidClearZero = 1;
 namespace {
 
 constexpr int32_t nNoDevice = -50;
-constexpr int nPassMillis = 200;          // of one wait for a report
-constexpr int64_t nEmptyPassMillis = 100; // what a read pass that brings nothing lasts at least
-constexpr int nReportsMax = 5;            // of one command
-constexpr size_t nReportArea = 1024;      // one report; on the way out with the report id in front
+constexpr int nPassMillis = 200;     // of one wait for a report
+constexpr int nReportsMax = 5;       // of one command
+constexpr size_t nReportArea = 1024; // one report; on the way out with the report id in front
 constexpr size_t nCommandMax = nReportArea - 1;
 
 qv::ReadFlags s_read; // s_bLinuxHidIsReading, s_bCancelLinuxHidRead
@@ -53,65 +52,37 @@ void closeHandle() noexcept
     }
 }
 
-// The read loop of COMM_Hid_ReadLinuxHid.
-class ReportRead {
-  public:
-    ReportRead(uint8_t *pBuf, size_t nMax, int32_t nTimeOut, EndConditionFn pfnEnd) noexcept
-        : m_pBuf(pBuf), m_nMax(nMax), m_nTimeOut(nTimeOut), m_pfnEnd(pfnEnd), m_nStart(qv::wallSeconds())
-    {
-    }
+// One report of the reply; hidapi's result.
+int receive(qv::HidReply &reply) noexcept
+{
+    std::array<uint8_t, nReportArea> report{};
+    const int nRead = hid_read_timeout(handle(), report.data(), report.size(), nPassMillis);
+    DPrintLogToFile("hid_read_timeout:%d\r\n", nRead);
+    if (nRead < 0)
+        return nRead;
+    const int32_t nUsed = std::min(nRead, static_cast<int>(report.size()));
+    DPrintDataHexToFile("hid read:", report.data(), nUsed);
+    std::array<uint8_t, nReportArea> kept;
+    reply.add(kept.data(), GetLinuxSrcDataWithoutZero(report.data(), nUsed, kept.data()));
+    return nRead;
+}
 
-    // bFailed: the device could not be read.
-    int32_t run(bool &bFailed) noexcept
-    {
-        for (;;) {
-            const int64_t nPassStart = qv::steadyMillis();
-            const int nRead = receive();
-            if (nRead < 0) {
-                bFailed = true;
-                return RET_PUB_READ_FAIL;
-            }
-            const auto nCount = static_cast<int32_t>(m_nCount);
-            if (m_nCount >= m_nMax)
-                return nCount;
-            DPrintDataHexToFile("read real data", m_pBuf, nCount);
-            if (m_pfnEnd != nullptr && m_pfnEnd(m_pBuf, nCount) == 0)
-                return nCount;
-            if (qv::wallSeconds() - m_nStart > m_nTimeOut)
-                return RET_PUB_TIMEOUT;
-            if (s_read.isCancelled())
-                return RET_PUB_CANCEL;
-            if (nRead == 0)
-                qv::pauseMillis(nEmptyPassMillis - (qv::steadyMillis() - nPassStart));
+int32_t readReply(qv::HidReply &reply) noexcept
+{
+    for (;;) {
+        reply.startPass();
+        const int nRead = receive(reply);
+        if (nRead < 0)
+            return RET_PUB_READ_FAIL;
+        switch (reply.endPass(nRead == 0)) {
+        case qv::ReplyState::GoOn: break;
+        case qv::ReplyState::Full:
+        case qv::ReplyState::Complete: return reply.count();
+        case qv::ReplyState::TimedOut: return RET_PUB_TIMEOUT;
+        case qv::ReplyState::Cancelled: return RET_PUB_CANCEL;
         }
     }
-
-  private:
-    // One report; hidapi's result.
-    int receive() noexcept
-    {
-        std::array<uint8_t, nReportArea> report{};
-        const int nRead = hid_read_timeout(handle(), report.data(), report.size(), nPassMillis);
-        DPrintLogToFile("hid_read_timeout:%d\r\n", nRead);
-        if (nRead < 0)
-            return nRead;
-        const auto nUsed = static_cast<int32_t>(std::min<size_t>(static_cast<size_t>(nRead), report.size()));
-        DPrintDataHexToFile("hid read:", report.data(), nUsed);
-        std::array<uint8_t, nReportArea> kept;
-        const int32_t nKept = GetLinuxSrcDataWithoutZero(report.data(), nUsed, kept.data());
-        const size_t nTaken = std::min(static_cast<size_t>(nKept), m_nMax - m_nCount);
-        std::memcpy(m_pBuf + m_nCount, kept.data(), nTaken);
-        m_nCount += nTaken;
-        return nRead;
-    }
-
-    uint8_t *m_pBuf;
-    size_t m_nMax;
-    int32_t m_nTimeOut;
-    EndConditionFn m_pfnEnd;
-    time_t m_nStart;
-    size_t m_nCount = 0;
-};
+}
 
 // One output report. Bytes of the command that it carried, or negative after a failure that has been told.
 int writeReport(const uint8_t *pRest, size_t nRest) noexcept
@@ -194,11 +165,10 @@ int32_t COMM_Hid_ReadLinuxHid(uint8_t *buf, uint32_t nMax, int32_t nTimeOut, End
     if (handle() == nullptr || buf == nullptr)
         return nNoDevice;
     s_read.start();
-    ReportRead read(buf, nMax, nTimeOut, end);
+    qv::HidReply reply(buf, nMax, nTimeOut, end, s_read);
     DPrintLogToFile("hid read maxlen:%d\n", static_cast<int>(nMax));
-    bool bFailed = false;
-    const int32_t nRet = read.run(bFailed);
-    if (bFailed)
+    const int32_t nRet = readReply(reply);
+    if (nRet == RET_PUB_READ_FAIL)
         return nRet; // the read counts as running until the next one: a cancel meanwhile finds one to ask
     DPrintLogToFile("read ret:%d\n", nRet);
     s_read.end();

@@ -8,7 +8,7 @@
 // after a close. A cancel from another thread sets a flag that the read sees after the running transfer, within 1 s.
 
 #include "clock.h"
-#include "hid_read_flags.h"
+#include "hid_reply.h"
 #include "log.h"
 #include "qvreader/transport.h"
 
@@ -39,7 +39,6 @@ constexpr int nReportsMax = 5;                  // of one command
 constexpr size_t nCommandMax = 1024;            // bytes of one command
 constexpr size_t nReportMax = 0x7FF;            // what the size field of an endpoint can say
 constexpr size_t nReplyReportArea = 2048;       // one report on its way in
-constexpr int64_t nEmptyPassMillis = 100;       // what a read pass that brings nothing lasts at least
 constexpr uint8_t ucDirectionIn = 0x80;         // bit of an endpoint's address
 constexpr uint8_t ucTransferBulk = 2;           // bmAttributes & 3
 constexpr uint8_t ucTransferInterrupt = 3;      // bmAttributes & 3
@@ -186,64 +185,33 @@ Transfer transfer(const EndpointInfo &endpoint, uint8_t *pReport) noexcept
     return done;
 }
 
-// The read loop of COMM_Hid_ReadLinuxUsbLibHid.
-class ReportRead {
-  public:
-    ReportRead(uint8_t *pBuf, size_t nMax, int32_t nTimeOut, EndConditionFn pfnEnd) noexcept
-        : m_pBuf(pBuf), m_nMax(nMax), m_nTimeOut(nTimeOut), m_pfnEnd(pfnEnd), m_nStart(qv::wallSeconds())
-    {
-    }
+// One report of the reply. False: it brought nothing.
+bool receive(qv::HidReply &reply) noexcept
+{
+    std::array<uint8_t, nReplyReportArea> report{};
+    const Transfer done = transfer(g_inep, report.data());
+    QV_LOG(kLogCommDev, "read nRetVal:%d, nReadOneTm=%d\n", done.nRet, done.nMoved);
+    DPrintDataHexToFile("read data", report.data(), done.nMoved);
+    std::array<uint8_t, nReplyReportArea> kept;
+    const auto take = g_bIsLinuxHidClearZero != 0 ? GetLinuxDataClearZero : GetLinuxLibDataWithoutZero;
+    reply.add(kept.data(), take(report.data(), done.nMoved, kept.data()));
+    return done.nMoved > 0;
+}
 
-    int32_t run() noexcept
-    {
-        for (;;) {
-            const int64_t nPassStart = qv::steadyMillis();
-            const bool bNothing = !receive();
-            const auto nCount = static_cast<int32_t>(m_nCount);
-            if (m_nCount >= m_nMax)
-                return nCount;
-            DPrintDataHexToFile("read real data", m_pBuf, nCount);
-            if (m_pfnEnd != nullptr && m_pfnEnd(m_pBuf, nCount) == 0) {
-                QV_LOG(kLogCommDev, "2nReadLen=%d\n", nCount);
-                return nCount;
-            }
-            if (qv::wallSeconds() - m_nStart > m_nTimeOut) {
-                QV_LOG(kLogCommDev, "3\n");
-                return RET_PUB_TIMEOUT;
-            }
-            if (s_read.isCancelled())
-                return RET_PUB_CANCEL;
-            // A device that is gone gives nothing at once, again and again.
-            if (bNothing)
-                qv::pauseMillis(nEmptyPassMillis - (qv::steadyMillis() - nPassStart));
+int32_t readReply(qv::HidReply &reply) noexcept
+{
+    for (;;) {
+        reply.startPass();
+        const bool bNothing = !receive(reply);
+        switch (reply.endPass(bNothing)) {
+        case qv::ReplyState::GoOn: break;
+        case qv::ReplyState::Full: return reply.count();
+        case qv::ReplyState::Complete: QV_LOG(kLogCommDev, "2nReadLen=%d\n", reply.count()); return reply.count();
+        case qv::ReplyState::TimedOut: QV_LOG(kLogCommDev, "3\n"); return RET_PUB_TIMEOUT;
+        case qv::ReplyState::Cancelled: return RET_PUB_CANCEL;
         }
     }
-
-  private:
-    // One report. False: it brought nothing.
-    bool receive() noexcept
-    {
-        std::array<uint8_t, nReplyReportArea> report{};
-        const Transfer done = transfer(g_inep, report.data());
-        QV_LOG(kLogCommDev, "read nRetVal:%d, nReadOneTm=%d\n", done.nRet, done.nMoved);
-        DPrintDataHexToFile("read data", report.data(), done.nMoved);
-        std::array<uint8_t, nReplyReportArea> kept;
-        const int32_t nKept = g_bIsLinuxHidClearZero != 0
-                                  ? GetLinuxDataClearZero(report.data(), done.nMoved, kept.data())
-                                  : GetLinuxLibDataWithoutZero(report.data(), done.nMoved, kept.data());
-        const size_t nTaken = std::min(static_cast<size_t>(nKept), m_nMax - m_nCount);
-        std::memcpy(m_pBuf + m_nCount, kept.data(), nTaken);
-        m_nCount += nTaken;
-        return done.nMoved > 0;
-    }
-
-    uint8_t *m_pBuf;
-    size_t m_nMax;
-    int32_t m_nTimeOut;
-    EndConditionFn m_pfnEnd;
-    time_t m_nStart;
-    size_t m_nCount = 0;
-};
+}
 
 // Bytes up to and including the last one that is not zero.
 int32_t lengthWithoutZeros(const uint8_t *pData, int32_t nLen) noexcept
@@ -417,7 +385,8 @@ int32_t COMM_Hid_ReadLinuxUsbLibHid(uint8_t *buf, uint32_t nMax, int32_t nTimeOu
         nTimeOut = nLongWait;
     }
     s_read.start();
-    const int32_t nResult = ReportRead(buf, nMax, nTimeOut, end).run();
+    qv::HidReply reply(buf, nMax, nTimeOut, end, s_read);
+    const int32_t nResult = readReply(reply);
     s_read.end();
     const int32_t nRet = GetLinuxDataReallenth(buf, nResult);
     QV_LOG(kLogCommDev, "read ret:%d\n", nRet);
