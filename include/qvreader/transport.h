@@ -109,6 +109,7 @@ extern QV_API struct termio g_stOldTermAttr; /* the tty's settings as found at o
 
 /* Opens a tty raw, 8 data bits, no parity, 1 stop bit. nBaud: 300, 1200, 2400, 4800, 9600, 19200, 38400, 57600,
  * 115200 or 230400; any other value opens at 9600. The tty may become the controlling terminal.
+ * Where an earlier program has left the tty waiting for a carrier (CLOCAL off), the open waits for it without an end.
  * 0; -1 settings refused (the port is closed again); -3 the path would not open (or is null).
  * Changes g_AuxFd and g_stOldTermAttr. A port that is still open is forgotten, not closed. */
 QV_API int32_t COMM_Com_OpenLinux(const char *szTtyName, uint32_t nBaud) QV_NOEXCEPT;
@@ -242,7 +243,8 @@ extern QV_API uint32_t g_bIsLinuxHidClearZero; /* 1 at load: strip the zero padd
 
 /* Opens the first device of these ids, resets it and claims its reader interface: the only one where there is one, the
  * first of vendor 0x2B46 product 0xBE11, the second of any other. While a device is open it returns 0 and keeps that
- * one. 0; -50 no such device; -3 it would not open, has no configuration or its interface is held by another.
+ * one. The reset takes the reader away from any other program that holds it through libusb: make sure there is none.
+ * 0; -50 no such device; -3 it would not open, has no configuration or its interface could not be claimed.
  * Changes m_targetDev, m_devs, m_handle, g_inep, g_outep. */
 QV_API int32_t COMM_Hid_OpenLinuxUsbLibHid(uint32_t nVID, uint32_t nPID) QV_NOEXCEPT;
 
