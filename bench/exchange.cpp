@@ -6,6 +6,7 @@
 // file and then with one that says 0. Bare looks at the INI file, as many as an exchange takes, are timed in the same
 // rounds: they are the floor of what the library can add.
 
+#include "bench_support.h"
 #include "exchange_cost.h"
 
 #include "qvreader/icreader.h"
@@ -13,17 +14,12 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
 #include <limits>
-#include <sched.h>
 #include <stdexcept>
 #include <string>
 #include <sys/prctl.h>
@@ -32,69 +28,13 @@
 #include <system_error>
 #include <termios.h>
 #include <unistd.h>
-#include <vector>
+
+using namespace qvbench;
 
 namespace {
 
-using Bytes = std::vector<uint8_t>;
-using Clock = std::chrono::steady_clock;
-
 constexpr int nRounds = 500;
 constexpr int nExchanges = 50; // in a round
-constexpr size_t nCommand = 20, nReply = 100;
-constexpr uint8_t ucEnd = 0x03;
-
-int checked(int nResult, const char *pszWhat)
-{
-    if (nResult < 0)
-        throw std::system_error(errno, std::generic_category(), pszWhat);
-    return nResult;
-}
-
-void pinToOneCpu()
-{
-    cpu_set_t set;
-    CPU_ZERO(&set);
-    CPU_SET(0, &set);
-    checked(sched_setaffinity(0, sizeof set, &set), "sched_setaffinity");
-}
-
-void addHalves(Bytes &frame, uint8_t uc)
-{
-    frame.push_back(static_cast<uint8_t>(0x30 + (uc >> 4)));
-    frame.push_back(static_cast<uint8_t>(0x30 + (uc & 15)));
-}
-
-Bytes makeFrame(const Bytes &data)
-{
-    Bytes frame{0x02};
-    uint8_t ucLrc = 0;
-    addHalves(frame, static_cast<uint8_t>(data.size() >> 8));
-    addHalves(frame, static_cast<uint8_t>(data.size()));
-    for (uint8_t uc : data) {
-        addHalves(frame, uc);
-        ucLrc ^= uc;
-    }
-    addHalves(frame, ucLrc);
-    frame.push_back(ucEnd);
-    return frame;
-}
-
-Bytes makeCommand()
-{
-    Bytes command(nCommand, 0x11);
-    command[4] = nCommand - 5;
-    return command;
-}
-
-Bytes makeReplyFrame()
-{
-    Bytes reply(2 + nReply, 0x22); // status word 0000 and the R-APDU
-    reply[0] = reply[1] = 0;
-    reply[nReply] = 0x90;
-    reply[nReply + 1] = 0x00;
-    return makeFrame(reply);
-}
 
 void writeAll(int nFd, const Bytes &data)
 {
@@ -155,51 +95,6 @@ class Reader {
     std::string m_sPath;
 };
 
-// A private copy of the library, so that the INI file beside it is ours.
-class Library {
-  public:
-    explicit Library(const std::string &sFile)
-    {
-        std::string sDir = (std::filesystem::temp_directory_path() / "qvbench-XXXXXX").string();
-        if (mkdtemp(sDir.data()) == nullptr)
-            throw std::system_error(errno, std::generic_category(), "mkdtemp");
-        m_dir = sDir;
-        std::filesystem::copy_file(std::filesystem::canonical(sFile), m_dir / "libqvreader.so.1");
-        m_pHandle = dlopen((m_dir / "libqvreader.so.1").c_str(), RTLD_NOW | RTLD_LOCAL);
-        if (m_pHandle == nullptr)
-            throw std::runtime_error(dlerror());
-    }
-    ~Library()
-    {
-        dlclose(m_pHandle);
-        std::filesystem::remove_all(m_dir);
-    }
-    Library(const Library &) = delete;
-    Library &operator=(const Library &) = delete;
-
-    template <typename Function> Function *find(const char *pszName) const
-    {
-        void *p = dlsym(m_pHandle, pszName);
-        if (p == nullptr)
-            throw std::runtime_error(dlerror());
-        return reinterpret_cast<Function *>(p);
-    }
-    std::string ini() const { return m_dir / "QVConfig.ini"; }
-    void writeIni() const { std::ofstream(ini()) << "[QuorvanLog]\nLogFlag=0\n"; }
-
-  private:
-    std::filesystem::path m_dir;
-    void *m_pHandle = nullptr;
-};
-
-template <typename Step> double microsPerExchange(Step step)
-{
-    const auto start = Clock::now();
-    for (int i = 0; i < nExchanges; ++i)
-        step();
-    return std::chrono::duration<double, std::micro>(Clock::now() - start).count() / nExchanges;
-}
-
 struct Best {
     double nLibrary = std::numeric_limits<double>::max();
     double nBare = std::numeric_limits<double>::max();
@@ -237,26 +132,24 @@ Best measure(const Library &library, const Reader &reader)
     const int nFd = checked(open(reader.path().c_str(), O_RDWR | O_NOCTTY), "open pty");
 
     const Bytes command = makeCommand();
-    Bytes framed{0x32, 0x26, 0x00};
-    framed.insert(framed.end(), command.begin(), command.end());
-    const Bytes commandFrame = makeFrame(framed);
+    const Bytes commandFrame = makeCommandFrame();
     std::array<uint8_t, 1024> response;
 
     const std::string sIni = library.ini();
     const bool bThere = std::filesystem::exists(sIni);
     Best best;
     for (int i = 0; i < nRounds; ++i) {
-        best.nLibrary = std::min(best.nLibrary, microsPerExchange([&] {
+        best.nLibrary = std::min(best.nLibrary, microsPerStep(nExchanges, [&] {
                                      uint32_t nLen = 0;
                                      if (visit(command.data(), nCommand, response.data(), &nLen) != 0 || nLen != nReply)
                                          throw std::runtime_error("an exchange failed");
                                  }));
-        best.nBare = std::min(best.nBare, microsPerExchange([&] {
+        best.nBare = std::min(best.nBare, microsPerStep(nExchanges, [&] {
                                   writeAll(nFd, commandFrame);
                                   if (!readFrame(nFd))
                                       throw std::runtime_error("a bare exchange failed");
                               }));
-        best.nLooks = std::min(best.nLooks, microsPerExchange([&] { lookBare(sIni, bThere); }));
+        best.nLooks = std::min(best.nLooks, microsPerStep(nExchanges, [&] { lookBare(sIni, bThere); }));
         setTimeOut(30);
     }
     close(nFd);

@@ -1,7 +1,7 @@
 # What is made of src/icreader/usb_identities.list: the table of the library and of the tool, and the udev rule.
 set(sList ${PROJECT_SOURCE_DIR}/src/icreader/usb_identities.list)
 set_property(DIRECTORY ${PROJECT_SOURCE_DIR} APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${sList})
-file(STRINGS ${sList} lRows REGEX "^[0-9A-F]")
+file(STRINGS ${sList} lRows REGEX "^[^#]")
 
 set(sRows "")
 set(sRules "")
@@ -17,10 +17,10 @@ foreach(sRow IN LISTS lRows)
     message(FATAL_ERROR "usb_identities.list: place ${nPlace} expected: ${sRow}")
   endif()
   string(APPEND sRows "    {0x${sProduct}, 0x${sVendor}},\n")
-  string(TOLOWER "ATTRS{idVendor}==\"${sVendor}\", ATTRS{idProduct}==\"${sProduct}\"" sMatch)
-  string(REPLACE "attrs{idvendor}" "ATTRS{idVendor}" sMatch ${sMatch})
-  string(REPLACE "attrs{idproduct}" "ATTRS{idProduct}" sMatch ${sMatch})
-  string(APPEND sRules "${sMatch}, TAG+=\"uaccess\"\n")
+  string(TOLOWER ${sVendor} sVendorLow)
+  string(TOLOWER ${sProduct} sProductLow)
+  string(APPEND sRules
+         "ATTRS{idVendor}==\"${sVendorLow}\", ATTRS{idProduct}==\"${sProductLow}\", TAG+=\"uaccess\"\n")
 endforeach()
 
 file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/generated/usb_identities.inc

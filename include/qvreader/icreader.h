@@ -6,9 +6,9 @@
  * opens and closes by itself (Dev_Rdz_Ic_SendCommand).
  *
  * What a host must know:
- *  - Read time-outs shrink: each read takes its duration off the time-out that the next one gets, and on a serial port
- *    a time-out below 1 waits 1000 seconds. The "...Only" calls run on what is left; renew it with
- *    COMM_Rdz_ChageReadTimeOut before each of them.
+ *  - Read time-outs shrink: each read takes its duration off the time-out that the next one gets, and a time-out below
+ *    1 waits 1000 seconds (USB 2000). The "...Only" calls run on what is left; renew it with COMM_Rdz_ChageReadTimeOut
+ *    before each of them.
  *  - Over USB a reader that does not answer gives result 0 with length 0.
  *  - A negative result between -65535 and -256 is minus the reader's status word (-4099: 0x1003). Status words below
  *    0x100 cannot be told from the library's own codes.
@@ -81,7 +81,8 @@ extern QV_API StCardCmdParam stCardCmdParam; /* last card status word */
  * termType: terminal family; 2 changes the switch-box sequence. reserved: ignored. baud: bits per second.
  * 0; -2 null, empty or unknown name; -50 PC/SC; -51 the port could not be opened, or the link not raised (the port may
  * then be open: close it).
- * Changes g_sParam, stCardReader, g_useBpBox, g_bIsLinuxHidClearZero, g_nHidNum (1 while g_bUseSetHid is 1). */
+ * Changes g_sParam, stCardReader, g_useBpBox, g_bIsLinuxHidClearZero, g_nHidNum (1 while g_bUseSetHid is 1), and what
+ * COMM_Dev_OpenTransPort and the transport's own open change. */
 QV_API int32_t Dev_Rdz_Ic_OpenPort(const char *portName, const uint8_t *boxPort, uint32_t termType, uint32_t reserved,
                                    int32_t baud) QV_NOEXCEPT;
 
@@ -90,7 +91,8 @@ QV_API int32_t Dev_Rdz_Ic_OpenPort(const char *portName, const uint8_t *boxPort,
 QV_API int32_t Dev_Rdz_Ic_ClosePort(void) QV_NOEXCEPT;
 
 /* Adds a USB identity. nIndex: 0 to 9 stores it at that place, tried after the built-in ones, and makes the places 0 to
- * nIndex count; -1: only this identity is tried. 0; -2 other index (which still ends the only-identity mode). */
+ * nIndex count; -1: only this identity is tried; it takes place 0 and puts the others out of use. 0; -2 other index
+ * (which still ends the only-identity mode). Changes g_Hid, g_nHidNum, g_bIcSetHidFlag, g_bUseSetHid. */
 QV_API int32_t Dev_Rdz_Ic_AddHid(int32_t nIndex, uint64_t nPID, uint64_t nVID) QV_NOEXCEPT;
 
 /* Sets g_bIcBaundFlag. Always 0. */
@@ -113,7 +115,8 @@ QV_API int32_t Dev_Rdz_M1PowerOn(uint64_t a1, uint64_t a2, uint64_t a3, uint64_t
 QV_API int32_t COMM_Icc_InitCardReaderParam(TransPortParam *param) QV_NOEXCEPT;
 
 /* Opens the reader that the record describes; a null end condition in it becomes IcEndCondition. 0; -50 the record's
- * reader mode is not 0; -2 null; the dispatcher's codes. Changes stCardReader on success. */
+ * reader mode is not 0; -2 null; the dispatcher's codes. Changes stCardReader on success, and what
+ * COMM_Dev_OpenTransPort and the transport's own open change. */
 QV_API int32_t COMM_Icc_OpenCardReader(TransPortParam *param) QV_NOEXCEPT;
 
 /* 0; -50 other reader mode; -1 nothing was ever opened. */
@@ -156,7 +159,7 @@ QV_API int32_t Dev_Rdz_Ic_SetPowerOnModule(uint32_t nModule) QV_NOEXCEPT;
 QV_API uint32_t Dev_Rdz_Ic_GetPowerOnModule(void) QV_NOEXCEPT;
 
 /* Sets g_nPowerOnTimeout, seconds: both the time that the reader waits for a card and the read time-out of the
- * power-up (0: the reader does not wait, and a serial read waits up to 1000 seconds). Always 0. */
+ * power-up (0: the reader does not wait, and a read waits up to 1000 seconds, USB 2000). Always 0. */
 QV_API int32_t Dev_Rdz_SetPowerOnTime(uint32_t nSeconds) QV_NOEXCEPT;
 
 /* Powers up the card in a slot. atr: out, at least 512 bytes, may be null. atrLen: out, bytes, may be null; 0 when

@@ -59,7 +59,8 @@ QV_API int32_t COMM_Rdz_WriteDataToReader(uint8_t cHead, uint8_t cEnd, const uin
 /* Reads one reply. With cHead other than 0, or cEnd and bParse both other than 0, it is parsed as a frame and its body
  * handed out; otherwise the bytes as they came. out: out, at least nMax bytes; more is cut. nMax 0 reads nothing and
  * changes nothing.
- * Bytes placed in out (0: a reply without body); -4 no valid frame; the transport's codes.
+ * Bytes placed in out (0: a reply without body; over USB also no answer, or a cancel); -4 no valid frame; the
+ * transport's codes.
  * Resets the status word. With cEnd other than 0, ChangeEndCondition becomes the end condition of this and all later
  * reads. */
 QV_API int32_t COMM_Rdz_ReadDataFromReader(uint32_t bParse, uint8_t cHead, uint8_t cEnd, uint8_t *out,
@@ -79,7 +80,7 @@ QV_API int32_t COMM_Rdz_Cancel(void) QV_NOEXCEPT;
 /* Sets the end condition of the next reads. Always 0. */
 QV_API int32_t COMM_Rdz_SetEndCondition(EndConditionFn end) QV_NOEXCEPT;
 
-/* Sets the time-out of the next reads, in seconds; on a serial port 0 waits 1000 seconds. Always 0. */
+/* Sets the time-out of the next reads, in seconds; 0 waits 1000 seconds (USB 2000). Always 0. */
 QV_API int32_t COMM_Rdz_ChageReadTimeOut(uint32_t nTimeOut) QV_NOEXCEPT;
 
 /* Sets g_bIsLinuxHidClearZero. Always 0. */

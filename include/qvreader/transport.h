@@ -64,8 +64,8 @@ QV_API int32_t COMM_Dev_Linux_WriteDataToTransPort(const uint8_t *data, uint32_t
 /* Reads until the installed end condition is met, maxLen bytes have come, the time-out passes or a cancel comes.
  * buf: out, at least maxLen bytes. Bytes received; serial and aux -2, -55, -56 or -57; USB -50, and 0
  * for a time-out or a cancel; -1: no transport was ever opened.
- * Takes the whole seconds that it lasted off stBackUpParam.nTimeOut, also when it fails. On a serial port a time-out
- * below 1 waits 1000 seconds, so set the time-out (COMM_Dev_ChangeReadTimeOut) before each exchange. */
+ * Takes the whole seconds that it lasted off stBackUpParam.nTimeOut, also when it fails. A time-out below 1
+ * waits 1000 seconds (USB 2000), so set the time-out (COMM_Dev_ChangeReadTimeOut) before each exchange. */
 QV_API int32_t COMM_Dev_ReadDataFromTransPort(uint8_t *buf, uint32_t maxLen) QV_NOEXCEPT;
 QV_API int32_t COMM_Dev_Linux_ReadDataFromTransPort(uint8_t *buf, uint32_t maxLen) QV_NOEXCEPT;
 
@@ -73,8 +73,9 @@ QV_API int32_t COMM_Dev_Linux_ReadDataFromTransPort(uint8_t *buf, uint32_t maxLe
 QV_API int32_t COMM_Dev_CloseTransPort(void) QV_NOEXCEPT;
 QV_API int32_t COMM_Dev_Linux_CloseTransPort(void) QV_NOEXCEPT;
 
-/* Asks the running read to end with -57 and returns without waiting for it. May be called from any thread.
- * 0 (also when no read runs); the transport's code; -1: no transport was ever opened. */
+/* Asks the running read to end and returns without waiting for it: a serial or aux read gives -57, a USB read 0. May be
+ * called from any thread. 0 (also when no read runs); -57: no USB device is open, or g_AuxFd is 0; -1: no transport was
+ * ever opened. */
 QV_API int32_t COMM_Dev_CancelRead(void) QV_NOEXCEPT;
 QV_API int32_t COMM_Dev_Linux_CancelLinuxRead(void) QV_NOEXCEPT;
 
@@ -277,8 +278,8 @@ QV_API uint8_t GetInterfaceInfo(const struct libusb_interface_descriptor *alt) Q
 QV_API void GetEndpointInfo(const struct libusb_endpoint_descriptor *ep1,
                             const struct libusb_endpoint_descriptor *ep2) QV_NOEXCEPT;
 
-/* Steps of the read: copy a report of n bytes without its trailing zeros, or whole. out: at least n bytes. Bytes copied;
- * 0 for null. */
+/* Steps of the read: copy a report of n bytes without its trailing zeros, or whole. out: at least n bytes. Bytes
+ * copied; 0 for null. */
 QV_API int32_t GetLinuxDataClearZero(const uint8_t *report, int32_t n, uint8_t *out) QV_NOEXCEPT;
 QV_API int32_t GetLinuxLibDataWithoutZero(const uint8_t *report, int32_t n, uint8_t *out) QV_NOEXCEPT;
 
@@ -295,19 +296,22 @@ typedef struct hid_device_ hid_device;
 extern QV_API hid_device *m_pHidHanle;            /* null: closed (and at load) */
 extern QV_API uint32_t g_bIsLinuxSrcHidClearZero; /* 1 at load; kept, but nothing asks it */
 
-/* Opens the first device of these ids; one that is open is closed before. 0; -3. Changes m_pHidHanle. */
+/* Opens the first device of these ids (their low 16 bits); one that is open is closed before. 0; -3 no such device, or
+ * it would not open. Changes m_pHidHanle. */
 QV_API int32_t COMM_Hid_OpenLinuxHid(uint32_t nVID, uint32_t nPID) QV_NOEXCEPT;
 
 /* Closes the device; without one it does nothing. Always 0. Changes m_pHidHanle. */
 QV_API int32_t COMM_Hid_CloseLinuxHid(void) QV_NOEXCEPT;
 
-/* Writes a command as one output report with report id 0. len; -50: not open; -54: more than 1023 bytes or null (nothing
- * is sent), or the device took other than len bytes. A failed write also prints a line on standard error. */
+/* Writes a command as one output report with report id 0; what the device leaves of it goes out in up to four more.
+ * len; -50: not open; -54: more than 1023 bytes or null (nothing is sent), a write failed, or the device took other
+ * than len bytes. A failed write also prints a line on standard error. */
 QV_API int32_t COMM_Hid_WriteLinuxHid(const uint8_t *data, uint32_t len) QV_NOEXCEPT;
 
 /* Reads as COMM_Hid_ReadLinuxUsbLibHid does, but takes the first run of bytes that are not zero from each report, and
- * nTimeOut as it is: a negative one ends the read after its first wait of 200 ms. Bytes received; -50: not open or null;
- * -55, -56 or -57. */
+ * nTimeOut as it is: a negative one ends the read after its first wait of 200 ms. Bytes received; -50: not open or
+ * null; -55 the device could not be read (a signal that the host handles ends a read so too); -56 time-out; -57
+ * cancelled. */
 QV_API int32_t COMM_Hid_ReadLinuxHid(uint8_t *buf, uint32_t nMax, int32_t nTimeOut, EndConditionFn end) QV_NOEXCEPT;
 
 /* Asks the running read to end; it does within about 0.2 s. May be called from any thread. 0; -57: not open. */
@@ -316,8 +320,8 @@ QV_API int32_t COMM_Hid_CancelLinuxRead(void) QV_NOEXCEPT;
 /* Sets g_bIsLinuxSrcHidClearZero. Always 0. */
 QV_API int32_t COMM_Hid_SetSrcLinuxHidClearZero(uint32_t flag) QV_NOEXCEPT;
 
-/* Step of the read: copies the first run of bytes of a report of n bytes that are not zero. out: at least n bytes. Bytes
- * copied; 0 for null. */
+/* Step of the read: copies the first run of bytes of a report of n bytes that are not zero. out: at least n bytes.
+ * Bytes copied; 0 for null. */
 QV_API int32_t GetLinuxSrcDataWithoutZero(const uint8_t *report, int32_t n, uint8_t *out) QV_NOEXCEPT;
 
 QV_END_DECLS

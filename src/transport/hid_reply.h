@@ -2,36 +2,13 @@
 #pragma once
 
 #include "qvreader/transport.h"
+#include "read_flags.h"
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
 
 namespace qv {
-
-// How a cancel from another thread reaches a running read: two 32-bit words without locks. A cancel outside a read has
-// no lasting effect, since each read starts by clearing it.
-class ReadFlags {
-  public:
-    void start() noexcept
-    {
-        m_bCancel = 0;
-        m_bIsReading = 1;
-    }
-    void end() noexcept { m_bIsReading = 0; }
-    void cancel() noexcept
-    {
-        if (m_bIsReading != 0)
-            m_bCancel = 1;
-    }
-    bool isCancelled() const noexcept { return m_bCancel != 0; }
-
-  private:
-    std::atomic<int32_t> m_bIsReading{0};
-    std::atomic<int32_t> m_bCancel{0};
-};
-static_assert(std::atomic<int32_t>::is_always_lock_free && sizeof(std::atomic<int32_t>) == sizeof(int32_t));
 
 // Where a read stands after a pass.
 enum class ReplyState { GoOn, Full, Complete, TimedOut, Cancelled };

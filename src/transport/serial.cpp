@@ -6,6 +6,7 @@
 #include "clock.h"
 #include "log.h"
 #include "qvreader/transport.h"
+#include "read_flags.h"
 #include "serial_port.h"
 #include "tty_settings.h"
 #include "unique_fd.h"
@@ -36,10 +37,7 @@ constexpr useconds_t nSettleMicros = 1000;  // between opening a tty and flushin
 constexpr int64_t nIdlePassMillis = 100;    // what an idle read pass lasts
 constexpr int64_t nSingleShotMillis = 1000; // ReadUnBlock, WriteUnBlock
 
-// Written by a cancel from another thread, so lock-free.
-std::atomic<int32_t> s_bLinuxComIsReading{0};
-std::atomic<int32_t> s_bCancelLinuxComRead{0};
-static_assert(std::atomic<int32_t>::is_always_lock_free && sizeof(std::atomic<int32_t>) == sizeof(int32_t));
+qv::ReadFlags s_read; // s_bLinuxComIsReading, s_bCancelLinuxComRead
 
 // Opened without further flags: the tty may become the controlling terminal.
 int openTty(const char *pszName) noexcept
@@ -92,7 +90,7 @@ class SerialRead {
                 QV_LOG(kLogCommDev, "RET_PUB_TIMEOUT : [stEndTime - stStartTime ]  %d", static_cast<int>(nElapsed));
                 return RET_PUB_TIMEOUT;
             }
-            if (s_bCancelLinuxComRead != 0)
+            if (s_read.isCancelled())
                 return RET_PUB_CANCEL;
             // A line that has hung up gives nothing at once, again and again: keep the pace of an idle line.
             if (bNothing)
@@ -276,13 +274,12 @@ int32_t COMM_Com_ReadLinux(uint8_t *buf, uint32_t nMaxLen, int32_t nTimeOut, End
         QV_LOG(kLogCommDev, "[RET_PUB_INVAL_PARAM]  ");
         return RET_PUB_INVAL_PARAM;
     }
-    s_bCancelLinuxComRead = 0;
-    s_bLinuxComIsReading = 1;
+    s_read.start();
     SerialRead read(buf, nMaxLen, nTimeOut, end);
     const int32_t nRetVal = read.run();
     logBytes(buf, read.count(), false);
     QV_LOG(kLogCommDev, "[%s ] End nRetVal = %d ", __func__, nRetVal);
-    s_bLinuxComIsReading = 0;
+    s_read.end();
     return nRetVal;
 }
 
@@ -292,8 +289,7 @@ int32_t COMM_Com_CancelLinuxRead(void) noexcept
     // 0 is asked for here, not "no port": without a port there is no read to cancel, and that is no failure.
     if (portFd() == 0)
         return RET_PUB_CANCEL;
-    if (s_bLinuxComIsReading != 0)
-        s_bCancelLinuxComRead = 1;
+    s_read.cancel();
     return 0;
 }
 

@@ -4,13 +4,14 @@
 // the way in the padding of each report is taken off (where the flag says so), and trailing zeros of the whole reply
 // are never counted. A reply that does not come, or is cancelled, is therefore an empty reply here.
 //
-// Owns the device list, the device and its handle (all null: closed), and the endpoints, which keep their last values
-// after a close. A cancel from another thread sets a flag that the read sees after the running transfer, within 1 s.
+// Owns the device list, the device and its handle (all null: closed). A cancel from another thread sets a flag that the
+// read sees after the running transfer, within 1 s.
 
 #include "clock.h"
 #include "hid_reply.h"
 #include "log.h"
 #include "qvreader/transport.h"
+#include "usb_interface.h"
 
 #include <algorithm>
 #include <array>
@@ -24,26 +25,19 @@ using qv::kLogCommDev;
 libusb_device *m_targetDev = nullptr;
 libusb_device **m_devs = nullptr;
 libusb_device_handle *m_handle = nullptr;
-EndpointInfo g_inep = {};
-EndpointInfo g_outep = {};
 uint32_t g_bIsLinuxHidClearZero = 1;
-
-static_assert(sizeof(EndpointInfo) == 5);
 
 namespace {
 
 constexpr int32_t nNoDevice = -50;
-constexpr int32_t nLongWait = 2000;             // seconds, for a time-out below 1
-constexpr unsigned nTransferMillis = 1000;      // time-out of one transfer
-constexpr int nReportsMax = 5;                  // of one command
-constexpr size_t nCommandMax = 1024;            // bytes of one command
-constexpr size_t nReportMax = 0x7FF;            // what the size field of an endpoint can say
-constexpr size_t nReplyReportArea = 2048;       // one report on its way in
-constexpr uint8_t ucDirectionIn = 0x80;         // bit of an endpoint's address
-constexpr uint8_t ucTransferBulk = 2;           // bmAttributes & 3
-constexpr uint8_t ucTransferInterrupt = 3;      // bmAttributes & 3
-constexpr uint32_t nVidFirstInterface = 0x2B46; // the product that has its reader channel on its first interface;
-constexpr uint32_t nPidFirstInterface = 0xBE11; // every other one of several interfaces has it on the second
+constexpr int32_t nLongWait = 2000;        // seconds, for a time-out below 1
+constexpr unsigned nTransferMillis = 1000; // time-out of one transfer
+constexpr int nReportsMax = 5;             // of one command
+constexpr size_t nCommandMax = 1024;       // bytes of one command
+constexpr size_t nReportMax = 0x7FF;       // what the size field of an endpoint can say
+constexpr size_t nReplyReportArea = 2048;  // one report on its way in
+constexpr uint8_t ucTransferBulk = 2;      // bmAttributes & 3
+constexpr uint8_t ucTransferInterrupt = 3; // bmAttributes & 3
 
 qv::ReadFlags s_read; // s_bLinuxLibHidIsReading, s_bCancelLinuxLibHidRead
 
@@ -112,60 +106,26 @@ libusb_device *findDevice(uint32_t nVID, uint32_t nPID) noexcept
     return nullptr;
 }
 
-// The interface that carries the reader's channel; null in a configuration without interfaces.
-const libusb_interface *chooseInterface(const libusb_config_descriptor &config, uint32_t nVID, uint32_t nPID) noexcept
-{
-    QV_LOG(kLogCommDev, "the num of interface is=%d\n", config.bNumInterfaces);
-    if (config.bNumInterfaces == 0)
-        return nullptr;
-    if (config.bNumInterfaces == 1) {
-        QV_LOG(kLogCommDev, "get default interface_num and endpoint_info\n");
-        return &config.interface[0];
-    }
-    const bool bFirst = nVID == nVidFirstInterface && nPID == nPidFirstInterface;
-    return &config.interface[bFirst ? 0 : 1];
-}
-
-// True: the endpoints and the number of the interface are as well known as they can be.
-bool learnInterface(uint32_t nVID, uint32_t nPID, uint8_t &ucInterface) noexcept
-{
-    libusb_config_descriptor *pConfig = nullptr;
-    const int nRet = libusb_get_active_config_descriptor(m_targetDev, &pConfig);
-    if (nRet != 0 || pConfig == nullptr) {
-        QV_LOG(kLogCommDev, "get config failed\n");
-        return false;
-    }
-    const libusb_interface *pInterface = chooseInterface(*pConfig, nVID, nPID);
-    ucInterface = pInterface == nullptr ? 0 : GetCommInfo(pInterface);
-    libusb_free_config_descriptor(pConfig);
-    return true;
-}
-
-bool claim(uint8_t ucInterface) noexcept
+// libusb's result.
+int claim(uint8_t ucInterface) noexcept
 {
     QV_LOG(kLogCommDev, "nInterfaceNum=%02X\n", ucInterface);
     QV_LOG(kLogCommDev, "nInep=%02X,nOutep=%02X\n", g_inep.cEpaddress, g_outep.cEpaddress);
     if (libusb_kernel_driver_active(handle(), ucInterface) == 1)
         libusb_detach_kernel_driver(handle(), ucInterface);
-    const int nRet = libusb_claim_interface(handle(), ucInterface);
-    if (nRet == 0)
-        return true;
-    giveBack();
-    QV_LOG(kLogCommDev, "Cannot Claim Interface:%d\n", nRet);
-    return false;
+    return libusb_claim_interface(handle(), ucInterface);
 }
 
 // ---- transfers ----
 
-// One report over the given endpoint; how it is sent is what the OUT endpoint says, whichever way it goes.
-// Returns libusb's result; nMoved: bytes moved. bNone: the type is none that carries reports.
 struct Transfer {
-    int nRet = 0;
-    int nMoved = 0;
+    int nRet = 0;   // libusb's result
+    int nMoved = 0; // bytes
     int nErrno = 0;
-    bool bNone = false;
+    bool bNone = false; // the type is none that carries reports
 };
 
+// One report over the given endpoint; how it is sent is what the OUT endpoint says, whichever way it goes.
 Transfer transfer(const EndpointInfo &endpoint, uint8_t *pReport) noexcept
 {
     Transfer done;
@@ -221,12 +181,6 @@ int32_t lengthWithoutZeros(const uint8_t *pData, int32_t nLen) noexcept
     return std::max(nLen, 0);
 }
 
-int32_t append(const uint8_t *pReport, int32_t nLen, uint8_t *pOut) noexcept
-{
-    std::memcpy(pOut, pReport, static_cast<size_t>(nLen));
-    return nLen;
-}
-
 } // namespace
 
 // ---- open ----
@@ -263,63 +217,18 @@ int32_t COMM_Hid_OpenLinuxUsbLibHid(uint32_t nVID, uint32_t nPID) noexcept
     setHandle(pHandle);
     libusb_reset_device(pHandle); // a reader that refuses is used as it is
     uint8_t ucInterface = 0;
-    if (!learnInterface(nVID, nPID, ucInterface)) {
+    if (!qv::learnInterface(m_targetDev, nVID, nPID, ucInterface)) {
         giveBack();
         return RET_PUB_OPEN_FAIL;
     }
-    if (!claim(ucInterface))
+    const int nClaimed = claim(ucInterface);
+    if (nClaimed != 0) {
+        giveBack();
+        QV_LOG(kLogCommDev, "Cannot Claim Interface:%d\n", nClaimed);
         return RET_PUB_OPEN_FAIL;
+    }
     QV_LOG(kLogCommDev, "open hiddev success!\n");
     return 0;
-}
-
-uint8_t GetCommInfo(const libusb_interface *itf) noexcept
-{
-    const int nSettings = itf == nullptr ? 0 : itf->num_altsetting;
-    QV_LOG(kLogCommDev, "GetCommInfo Begin,num_altsetting=%d", nSettings);
-    if (nSettings != 1 || itf->altsetting == nullptr) {
-        QV_LOG(kLogCommDev, "need choose altsetting by yourself\n");
-        return 0;
-    }
-    return GetInterfaceInfo(&itf->altsetting[0]);
-}
-
-uint8_t GetInterfaceInfo(const libusb_interface_descriptor *alt) noexcept
-{
-    if (alt == nullptr)
-        return 0;
-    QV_LOG(kLogCommDev, "GetInterfaceInfo Begin,bNumEndpoints=%d", alt->bNumEndpoints);
-    if (alt->bNumEndpoints == 2 && alt->endpoint != nullptr)
-        GetEndpointInfo(&alt->endpoint[0], &alt->endpoint[1]);
-    else
-        QV_LOG(kLogCommDev, "need choose endpoint by yourself\n");
-    return alt->bInterfaceNumber;
-}
-
-void GetEndpointInfo(const libusb_endpoint_descriptor *ep1, const libusb_endpoint_descriptor *ep2) noexcept
-{
-    if (ep1 == nullptr || ep2 == nullptr)
-        return;
-    QV_LOG(kLogCommDev, "endpoint1,bEndpointAddress=%02X,bmAttributes=%02X,bInterval=%d,wMaxPacketSize=%04X",
-           ep1->bEndpointAddress, ep1->bmAttributes, ep1->bInterval, ep1->wMaxPacketSize);
-    QV_LOG(kLogCommDev, "endpoint2,bEndpointAddress=%02X,bmAttributes=%02X,bInterval=%d,wMaxPacketSize=%04X",
-           ep2->bEndpointAddress, ep2->bmAttributes, ep2->bInterval, ep2->wMaxPacketSize);
-    for (const libusb_endpoint_descriptor *pEndpoint : {ep1, ep2}) {
-        EndpointInfo &info = (pEndpoint->bEndpointAddress & ucDirectionIn) != 0 ? g_inep : g_outep;
-        info.cEpaddress = pEndpoint->bEndpointAddress;
-        info.cTransferType = pEndpoint->bmAttributes & 0x03;
-        info.cTimeInterval = pEndpoint->bInterval;
-        info.cMaxPackeSize[0] = static_cast<uint8_t>((pEndpoint->wMaxPacketSize >> 8) & 0x07);
-        info.cMaxPackeSize[1] = static_cast<uint8_t>(pEndpoint->wMaxPacketSize & 0xFF);
-    }
-    QV_LOG(kLogCommDev,
-           "g_inep,cEpaddress=%02X,cTransferType=%02X,cTimeInterval=%d,cMaxPackeSize[0]=%02X,cMaxPackeSize[1]=%02X",
-           g_inep.cEpaddress, g_inep.cTransferType, g_inep.cTimeInterval, g_inep.cMaxPackeSize[0],
-           g_inep.cMaxPackeSize[1]);
-    QV_LOG(kLogCommDev,
-           "g_outep,cEpaddress=%02X,cTransferType=%02X,cTimeInterval=%d,cMaxPackeSize[0]=%02X,cMaxPackeSize[1]=%02X",
-           g_outep.cEpaddress, g_outep.cTransferType, g_outep.cTimeInterval, g_outep.cMaxPackeSize[0],
-           g_outep.cMaxPackeSize[1]);
 }
 
 // ---- write ----
@@ -361,14 +270,17 @@ int32_t GetLinuxDataClearZero(const uint8_t *report, int32_t n, uint8_t *out) no
 {
     if (report == nullptr || out == nullptr || n <= 0)
         return 0;
-    return append(report, lengthWithoutZeros(report, n), out);
+    const int32_t nLen = lengthWithoutZeros(report, n);
+    std::memcpy(out, report, static_cast<size_t>(nLen));
+    return nLen;
 }
 
 int32_t GetLinuxLibDataWithoutZero(const uint8_t *report, int32_t n, uint8_t *out) noexcept
 {
     if (report == nullptr || out == nullptr || n <= 0)
         return 0;
-    return append(report, n, out);
+    std::memcpy(out, report, static_cast<size_t>(n));
+    return n;
 }
 
 int32_t GetLinuxDataReallenth(const uint8_t *buf, int32_t len) noexcept

@@ -9,6 +9,7 @@
 
 #include "pty_peer.h"
 #include "reader_peer.h"
+#include "sanitized.h"
 
 #include "qvreader/icreader.h"
 
@@ -33,19 +34,6 @@ constexpr long nAtLeast = 1000;             // ... but so many of them
 constexpr long nBetweenRests = 500;         // exchanges; the reader's record of them has room for more
 constexpr size_t nPage = 4096;
 constexpr size_t nRoomToGrow = 64 * nPage; // of the whole process, its reader included
-
-// A sanitizer keeps freed memory for a while and works on its own account meanwhile.
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool bSanitized = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer) || __has_feature(memory_sanitizer)
-constexpr bool bSanitized = true;
-#else
-constexpr bool bSanitized = false;
-#endif
-#else
-constexpr bool bSanitized = false;
-#endif
 
 const Bytes s_command = bytes("00 B0 00 00 0F 31 50 41 59 2E 53 59 53 2E 44 44 46 30 31 00");
 

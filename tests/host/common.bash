@@ -21,6 +21,7 @@ fail() {
 
 # start_simulator CARD-OPTION...: PORT becomes its serial port; it ends with this script.
 start_simulator() {
+    : >"$QV_WORK/simulator" # the job below may come later to its output than we to our look
     "$QV_PREFIX/bin/qvreader-sim" --quiet "$@" </dev/null >"$QV_WORK/simulator" &
     simulator=$!
     trap 'kill "$simulator" 2>/dev/null; wait "$simulator" 2>/dev/null || true' EXIT
