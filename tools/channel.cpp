@@ -7,7 +7,9 @@
 
 #include <qvreader/icreader.h>
 
+#include <algorithm>
 #include <array>
+#include <span>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -32,12 +34,12 @@ std::string portName(const Options &options, const Port &port)
     return options.channel() == Channel::usb ? options.sPort : port.devicePath();
 }
 
-void prepare(const Options &options)
+void prepare(const Options &options, const Port &port)
 {
     // The library releases a switch box at close only while this flag is on; the line stays at 9600 with a box.
     Dev_Rdz_Ic_RaiseBaundFlag(options.bRaise || options.cBox != 0 ? 1 : 0);
-    if (options.usbId)
-        Dev_Rdz_Ic_AddHid(-1, options.usbId->nProduct, options.usbId->nVendor);
+    if (const std::optional<UsbId> only = options.usbId ? options.usbId : port.onlyUsbId())
+        Dev_Rdz_Ic_AddHid(-1, only->nProduct, only->nVendor);
 }
 
 int32_t openAux(const AuxPort &aux, int nBaud)
@@ -82,18 +84,81 @@ std::string closeSequence(const AuxPort &aux)
     return std::string(szText.data()) + (aux.bPrefix ? "\x1B[2l" : "");
 }
 
+// Of devices of one identity the library opens whichever the USB library lists first: a busy one keeps it off them all,
+// since an open begins with a reset; an unusable one may not be the one.
+UsbTrouble claimIdentity(std::span<const UsbDevice> devices, Port &port)
+{
+    std::vector<std::string> nodes;
+    std::optional<UsbTrouble> first;
+    bool bUsable = false;
+    for (const UsbDevice &device : devices) {
+        UsbTrouble trouble = usbTrouble(device, false);
+        if (trouble.bBusy)
+            return trouble;
+        nodes.push_back(device.sNode);
+        if (trouble.sText.empty())
+            bUsable = true;
+        else if (!first)
+            first = std::move(trouble);
+    }
+    if (!bUsable && first)
+        return *first;
+    if (std::optional<std::string> sReason = port.claimUsb(nodes))
+        return {*sReason, true};
+    return {};
+}
+
+// The library tries the identities in turn and so passes an unusable device over; a busy one must not be tried.
+std::optional<std::string> claimUsb(const Options &options, Port &port)
+{
+    const std::vector<UsbDevice> devices = usbReaders(options.usbId);
+    std::optional<UsbId> usable;
+    std::string sFirst;
+    bool bBusy = false;
+    for (auto first = devices.begin(); first != devices.end();) {
+        const auto last = std::find_if(first, devices.end(), [&](const UsbDevice &d) { return !(d.id == first->id); });
+        const UsbTrouble trouble = claimIdentity({first, last}, port);
+        if (trouble.sText.empty() && !usable)
+            usable = first->id;
+        if (sFirst.empty())
+            sFirst = trouble.sText;
+        bBusy |= trouble.bBusy;
+        first = last;
+    }
+    if (!usable)
+        return sFirst.empty() ? noReaderText(options.usbId) : sFirst;
+    if (bBusy)
+        port.setOnlyUsbId(*usable);
+    return std::nullopt;
+}
+
+// What stands in the way of the first device that has something in its way.
+std::string usbFailure(const Options &options)
+{
+    const std::vector<UsbDevice> devices = usbReaders(options.usbId);
+    for (const UsbDevice &device : devices)
+        if (std::string sText = usbTrouble(device, true).sText; !sText.empty())
+            return sText;
+    return devices.empty() ? noReaderText(options.usbId) : std::string();
+}
+
+int32_t openReader(const Options &options, Port &port)
+{
+    const std::array<uint8_t, 2> szBox = boxText(options);
+    const int32_t nResult =
+        Dev_Rdz_Ic_OpenPort(portName(options, port).c_str(), szBox.data(), nSerialTermType, 0, options.nBaud);
+    if (nResult == 0 && options.channel() == Channel::usb)
+        port.settleUsb();
+    return nResult;
+}
+
 } // namespace
 
 std::optional<std::string> claimChannel(const Options &options, Port &port)
 {
     switch (options.channel()) {
     case Channel::serial: return port.claim(options.sPort);
-    case Channel::usb:
-        if (std::string sReason = usbTrouble(options.usbId, false); !sReason.empty())
-            return sReason;
-        if (const std::vector<UsbDevice> devices = usbReaders(options.usbId); !devices.empty())
-            return port.claimUsb(devices.front().sNode);
-        return "the reader on USB has just gone";
+    case Channel::usb: return claimUsb(options, port);
     default: break;
     }
     const char *pszTerminal = ttyname(STDOUT_FILENO);
@@ -103,18 +168,15 @@ std::optional<std::string> claimChannel(const Options &options, Port &port)
     return port.claim(pszTerminal);
 }
 
-int32_t openChannel(const Options &options, const Port &port)
+int32_t openChannel(const Options &options, Port &port)
 {
-    prepare(options);
-    if (options.aux)
-        return openAux(*options.aux, options.nBaud);
-    const std::array<uint8_t, 2> szBox = boxText(options);
-    return Dev_Rdz_Ic_OpenPort(portName(options, port).c_str(), szBox.data(), nSerialTermType, 0, options.nBaud);
+    prepare(options, port);
+    return options.aux ? openAux(*options.aux, options.nBaud) : openReader(options, port);
 }
 
 std::string openFailure(const Options &options, int32_t nResult)
 {
-    const std::string sTrouble = options.channel() == Channel::usb ? usbTrouble(options.usbId, true) : std::string();
+    const std::string sTrouble = options.channel() == Channel::usb ? usbFailure(options) : std::string();
     return options.sPort + ": " + (sTrouble.empty() ? resultText(nResult) : sTrouble);
 }
 
@@ -126,11 +188,15 @@ void closeChannel(const Options &options)
         Dev_Rdz_Ic_ClosePort();
 }
 
-int32_t askForLife(const Options &options, const Port &port, int nBaud)
+int32_t askForLife(const Options &options, Port &port, int nBaud)
 {
-    prepare(options);
+    prepare(options, port);
     if (options.aux)
         return askAux(*options.aux, nBaud);
+    // A device on USB that is open is asked as it is, and then it is known which one it was.
+    if (options.channel() == Channel::usb)
+        if (const int32_t nResult = openReader(options, port); nResult != 0)
+            return nResult;
     const std::array<uint8_t, 2> szBox = boxText(options);
     return Dev_Rdz_Ic_ChkDevPresent(portName(options, port).c_str(), szBox.data(), nBaud);
 }

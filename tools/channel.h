@@ -14,14 +14,14 @@ namespace qvtool {
 std::optional<std::string> claimChannel(const Options &options, Port &port);
 
 // 0 or the library's code. Behind a code that is not 0 the port may be open: close it.
-int32_t openChannel(const Options &options, const Port &port);
+int32_t openChannel(const Options &options, Port &port);
 // Why that failed.
 std::string openFailure(const Options &options, int32_t nResult);
 void closeChannel(const Options &options);
 
 // Asks for a sign of life; opens and closes the reader by itself. 0 it answered; -54 not sent; -55 no answer, or none
 // that is a frame; what openChannel gives.
-int32_t askForLife(const Options &options, const Port &port, int nBaud);
+int32_t askForLife(const Options &options, Port &port, int nBaud);
 
 // Puts things right when the process ends in the middle of a library call: safe from any thread.
 void abandonChannel(const Options &options, const Port &port);

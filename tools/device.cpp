@@ -111,11 +111,12 @@ void Device::present()
         m_outcome.failure = Failure{Exit::port, *sReason, std::nullopt};
         return;
     }
-    addText(json(), "device", m_port.devicePath());
     const seconds nTime = std::min(timeOut(), nOpenTimeOut);
     const uint64_t nBefore = bytesReceived();
     const int32_t nResult =
         waitFor("a sign of life", nTime, nTime, [&] { return askForLife(m_options, m_port, m_options.nBaud); });
+    if (!m_port.devicePath().empty())
+        addText(json(), "device", m_port.devicePath());
     addFlag(json(), "present", nResult == 0);
     if (nResult == 0)
         m_outcome.sLines = m_options.channel() == Channel::usb ? "a reader answers over USB\n"

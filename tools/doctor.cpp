@@ -28,6 +28,15 @@ constexpr auto nPatience = 1000ms; // a speed; the reader answers a sign of life
 constexpr int nSlowest = 2400;     // up to here the bytes alone take long
 constexpr auto nSlowPatience = 2500ms;
 
+// "A", "A or B".
+std::string oneOf(const std::vector<std::string> &names)
+{
+    std::string sText;
+    for (const std::string &sName : names)
+        sText += (sText.empty() ? "" : " or ") + sName;
+    return sText;
+}
+
 class Examination {
   public:
     Examination(const Options &options, Port &port, Watch &watch, Outcome &outcome)
@@ -140,19 +149,18 @@ void Examination::usbDevice(const UsbDevice &device)
 
 void Examination::usbNodes(const UsbDevice &device)
 {
-    if (mayOpen(device.sNode))
+    if (const NodeTrouble trouble = nodeTrouble(device.sNode, device.sNode, device.id); trouble.sText.empty())
         good("usb node", device.sNode + " may be opened");
     else
-        badUsb("usb node", "no permission to open " + device.sNode, permissionAdvice(device.id));
+        badUsb("usb node", trouble.sText, trouble.sAdvice);
     for (const UsbInterface &interface : device.interfaces)
         for (const std::string &sNode : interface.hidraws) {
             const std::string sWhich = sNode + " (interface " + std::to_string(interface.nNumber) + ")";
-            if (mayOpen(sNode))
+            if (const NodeTrouble trouble = nodeTrouble(sNode, sWhich, device.id); trouble.sText.empty())
                 good("hid node", sWhich + " may be opened");
             else
-                tell("hid node", "note",
-                     "no permission to open " + sWhich + "; only hosts that go through hidapi need it",
-                     permissionAdvice(device.id));
+                tell("hid node", "note", trouble.sText + "; only hosts that go through hidapi need it",
+                     trouble.sAdvice);
         }
     const UdevRule rule = udevRule(device.id);
     if (rule.sFile.empty())
@@ -222,7 +230,7 @@ bool Examination::claim()
         good("port", m_options.sPort + " is a serial port and may be opened" +
                          (m_port.devicePath() == m_options.sPort ? "" : "; it is " + m_port.devicePath()));
         break;
-    case Channel::usb: good("port", m_options.sPort + " is " + m_port.devicePath()); break;
+    case Channel::usb: good("port", m_options.sPort + " is " + oneOf(m_port.usbNodes())); break;
     case Channel::aux: good("port", m_options.sPort + " of the terminal at " + m_port.devicePath()); break;
     }
     return true;
@@ -316,10 +324,11 @@ void Examination::run()
     usb();
     if (!claim())
         return;
-    addText(m_outcome.json.get(), "device", m_port.devicePath());
     if (m_options.channel() == Channel::serial)
         holders();
     reader();
+    if (!m_port.devicePath().empty())
+        addText(m_outcome.json.get(), "device", m_port.devicePath());
 }
 
 } // namespace

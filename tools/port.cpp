@@ -1,9 +1,11 @@
 #include "port.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <grp.h>
 #include <memory>
 #include <sys/file.h>
@@ -15,7 +17,10 @@ namespace qvtool {
 
 namespace {
 
+namespace fs = std::filesystem;
+
 constexpr char szDevices[] = "/dev/";
+constexpr char szOwnFiles[] = "/proc/self/fd";
 constexpr size_t nLongestPath = 255; // what the library takes, less its NUL
 
 std::string systemText(int nError)
@@ -62,12 +67,35 @@ std::string openText(const std::string &sPath, int nError)
     }
 }
 
+void closeFile(int nFd)
+{
+    if (nFd >= 0)
+        close(nFd);
+}
+
+// Whether this process has it open by a descriptor other than these.
+bool isOpenHere(const std::string &sPath, const std::vector<int> &notCounted)
+{
+    struct stat wanted {};
+    if (stat(sPath.c_str(), &wanted) != 0)
+        return false;
+    std::error_code error;
+    for (fs::directory_iterator file(szOwnFiles, error), end; !error && file != end; file.increment(error)) {
+        const int nFd = std::atoi(file->path().filename().c_str());
+        struct stat found {};
+        if (std::find(notCounted.begin(), notCounted.end(), nFd) == notCounted.end() && fstat(nFd, &found) == 0 &&
+            found.st_dev == wanted.st_dev && found.st_ino == wanted.st_ino)
+            return true;
+    }
+    return false;
+}
+
 } // namespace
 
 Port::~Port()
 {
-    if (m_nFd >= 0)
-        close(m_nFd);
+    closeFile(m_nFd);
+    giveBackUsb(0);
 }
 
 std::optional<std::string> Port::claim(const std::string &sPath)
@@ -93,28 +121,70 @@ std::optional<std::string> Port::claim(const std::string &sPath)
     return std::nullopt;
 }
 
-std::optional<std::string> Port::claimUsb(const std::string &sNode)
+// The library resets a device before it finds out that another program has it; a second qvreader must not get so far.
+std::optional<std::string> Port::claimUsbNode(const std::string &sNode)
 {
-    m_bUsb = true;
-    m_sDevice = sNode;
-    // The library resets a device before it finds out that another program has it; a second qvreader must not get so far.
-    m_nFd = open(sNode.c_str(), O_RDONLY | O_CLOEXEC);
-    if (m_nFd >= 0 && flock(m_nFd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
+    const int nFd = open(sNode.c_str(), O_RDONLY | O_CLOEXEC);
+    m_usbNodes.push_back({sNode, nFd});
+    if (nFd >= 0 && flock(nFd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK)
         return sNode + " is busy: another qvreader is at work on it (fuser -v " + sNode + ")";
     return std::nullopt;
 }
 
+std::optional<std::string> Port::claimUsb(const std::vector<std::string> &nodes)
+{
+    const size_t nBefore = m_usbNodes.size();
+    for (const std::string &sNode : nodes)
+        if (std::optional<std::string> sReason = claimUsbNode(sNode)) {
+            giveBackUsb(nBefore);
+            return sReason;
+        }
+    return std::nullopt;
+}
+
+std::vector<std::string> Port::usbNodes() const
+{
+    std::vector<std::string> nodes;
+    for (const UsbNode &node : m_usbNodes)
+        nodes.push_back(node.sNode);
+    return nodes;
+}
+
+void Port::settleUsb()
+{
+    std::vector<int> own;
+    for (const UsbNode &node : m_usbNodes)
+        own.push_back(node.nFd);
+    const auto opened = std::find_if(m_usbNodes.begin(), m_usbNodes.end(),
+                                     [&](const UsbNode &node) { return isOpenHere(node.sNode, own); });
+    if (opened == m_usbNodes.end()) { // it has gone again
+        m_sDevice = m_usbNodes.size() == 1 ? m_usbNodes.front().sNode : std::string();
+        return;
+    }
+    m_sDevice = opened->sNode;
+    std::iter_swap(m_usbNodes.begin(), opened);
+    giveBackUsb(1);
+}
+
+void Port::giveBackUsb(size_t nKept)
+{
+    while (m_usbNodes.size() > nKept) {
+        closeFile(m_usbNodes.back().nFd);
+        m_usbNodes.pop_back();
+    }
+}
+
 bool Port::isGone() const
 {
-    if (m_bUsb)
-        return access(m_sDevice.c_str(), F_OK) != 0;
+    if (!m_usbNodes.empty())
+        return !m_sDevice.empty() && access(m_sDevice.c_str(), F_OK) != 0;
     termios now{};
     return m_nFd >= 0 && tcgetattr(m_nFd, &now) != 0;
 }
 
 void Port::drain() const
 {
-    if (m_nFd >= 0 && !m_bUsb)
+    if (m_nFd >= 0)
         tcdrain(m_nFd);
 }
 
@@ -126,7 +196,7 @@ void Port::putLast(const std::string &sText) const
 
 void Port::restoreSettings() const
 {
-    if (m_nFd >= 0 && !m_bUsb)
+    if (m_nFd >= 0)
         tcsetattr(m_nFd, TCSANOW, &m_found);
 }
 

@@ -5,10 +5,13 @@
 // line's settings back even when it has to end in the middle of a library call.
 #pragma once
 
+#include "options.h"
+
 #include <atomic>
 #include <optional>
 #include <string>
 #include <termios.h>
+#include <vector>
 
 namespace qvtool {
 
@@ -22,10 +25,18 @@ class Port {
     // Opens and claims the port. The reason, in words, when that fails.
     std::optional<std::string> claim(const std::string &sPath);
 
-    // Claims the node of a device on USB.
-    std::optional<std::string> claimUsb(const std::string &sNode);
+    // Claims nodes of devices on USB, all of them or none; further calls add to them.
+    std::optional<std::string> claimUsb(const std::vector<std::string> &nodes);
+    // Those that were claimed.
+    std::vector<std::string> usbNodes() const;
+    // Behind an open: finds out which of them the library has open, and gives the others back.
+    void settleUsb();
 
-    // The device itself, links resolved: what the library is to open.
+    // The identity that alone the library is to try; none: all.
+    const std::optional<UsbId> &onlyUsbId() const { return m_onlyUsbId; }
+    void setOnlyUsbId(UsbId id) { m_onlyUsbId = id; }
+
+    // The device itself, links resolved: what the library is to open; on USB, what it has opened, empty before that.
     const std::string &devicePath() const { return m_sDevice; }
 
     // True when the line has hung up, or the device was unplugged, since it was claimed.
@@ -39,9 +50,18 @@ class Port {
     void putLast(const std::string &sText) const;
 
   private:
-    std::atomic<int> m_nFd = -1; // set when m_found is
+    struct UsbNode {
+        std::string sNode;
+        int nFd; // negative: it would not open
+    };
+
+    std::optional<std::string> claimUsbNode(const std::string &sNode);
+    void giveBackUsb(size_t nKept);
+
+    std::atomic<int> m_nFd = -1; // of a line, not of USB; set when m_found is
     std::string m_sDevice;
-    bool m_bUsb = false;
+    std::vector<UsbNode> m_usbNodes;
+    std::optional<UsbId> m_onlyUsbId;
     termios m_found{};
 };
 

@@ -6,7 +6,9 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <span>
@@ -158,11 +160,6 @@ std::string usbIdentitiesText(const std::optional<UsbId> &only)
     return sText;
 }
 
-bool mayOpen(const std::string &sNode)
-{
-    return access(sNode.c_str(), R_OK | W_OK) == 0;
-}
-
 UdevRule udevRule(UsbId id)
 {
     UdevRule rule;
@@ -193,15 +190,27 @@ std::string permissionAdvice(UsbId id)
            " gives it to whoever sits at the machine: plug the reader in anew; over a remote login it gives nothing";
 }
 
-std::string usbTrouble(const std::optional<UsbId> &only, bool bFailed)
+NodeTrouble nodeTrouble(const std::string &sNode, const std::string &sWhich, UsbId id)
 {
-    const std::vector<UsbDevice> devices = usbReaders(only);
-    if (devices.empty())
-        return "no reader is on USB (looked for " + usbIdentitiesText(only) + "); is it plugged in?";
-    const UsbDevice &device = devices.front();
+    if (access(sNode.c_str(), R_OK | W_OK) == 0)
+        return {};
+    const int nError = errno;
+    switch (nError) {
+    case ENOENT:
+    case ENOTDIR:
+        return {sWhich + " is not there", "plug the reader in anew; a container has to be given the machine's /dev"};
+    case EACCES:
+    case EPERM: return {"no permission to open " + sWhich, permissionAdvice(id)};
+    default: return {sWhich + " cannot be opened: " + std::strerror(nError), "plug the reader in anew"};
+    }
+}
+
+UsbTrouble usbTrouble(const UsbDevice &device, bool bFailed)
+{
     const std::string sWhich = device.sNode + " (" + device.idText() + ")";
-    if (!mayOpen(device.sNode))
-        return "no permission to open " + sWhich + "; " + permissionAdvice(device.id);
+    const NodeTrouble trouble = nodeTrouble(device.sNode, sWhich, device.id);
+    if (!trouble.sText.empty())
+        return {trouble.sText + "; " + trouble.sAdvice, false};
     // A program may have the node open without holding the reader's interface: that hinders nobody.
     const UsbInterface *pInterface = device.readerInterface();
     const bool bHeld = pInterface != nullptr && pInterface->sDriver == szHeldByProgram;
@@ -209,8 +218,13 @@ std::string usbTrouble(const std::optional<UsbId> &only, bool bFailed)
         return {};
     for (const Holder &holder : holdersOf(device.sNode))
         if (!holder.bFarEnd)
-            return sWhich + " is busy: " + holder.sProgram + " has it open";
-    return bHeld ? sWhich + " is busy: a program of another user has it open" : std::string();
+            return {sWhich + " is busy: " + holder.sProgram + " has it open", true};
+    return bHeld ? UsbTrouble{sWhich + " is busy: a program of another user has it open", true} : UsbTrouble{};
+}
+
+std::string noReaderText(const std::optional<UsbId> &only)
+{
+    return "no reader is on USB (looked for " + usbIdentitiesText(only) + "); is it plugged in?";
 }
 
 } // namespace qvtool

@@ -38,8 +38,6 @@ std::vector<UsbDevice> usbReaders(const std::optional<UsbId> &only);
 // "0403:BCD5, 0403:BCD7": what usbReaders() looks for.
 std::string usbIdentitiesText(const std::optional<UsbId> &only);
 
-bool mayOpen(const std::string &sNode);
-
 // The udev rule that lets users open the readers: where it lies (empty: nowhere), and whether it names this device.
 struct UdevRule {
     std::string sFile;
@@ -49,7 +47,20 @@ UdevRule udevRule(UsbId id);
 // What to do about a missing permission.
 std::string permissionAdvice(UsbId id);
 
-// Why the library cannot open a reader on USB, in words; empty: nothing is to be seen. bFailed: it has tried already.
-std::string usbTrouble(const std::optional<UsbId> &only, bool bFailed);
+// Why a node of the device cannot be opened, and what to do about it; both empty: it can. sWhich: what to call it.
+struct NodeTrouble {
+    std::string sText;
+    std::string sAdvice;
+};
+NodeTrouble nodeTrouble(const std::string &sNode, const std::string &sWhich, UsbId id);
+
+// Why the library cannot open the device; empty: nothing is to be seen. bFailed: it has tried already.
+struct UsbTrouble {
+    std::string sText;
+    bool bBusy = false; // a program is at work on it
+};
+UsbTrouble usbTrouble(const UsbDevice &device, bool bFailed);
+// "no reader is on USB (looked for ...)".
+std::string noReaderText(const std::optional<UsbId> &only);
 
 } // namespace qvtool

@@ -9,6 +9,7 @@
 #include <array>
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <thread>
 
 namespace qvsim::test {
@@ -346,14 +347,57 @@ TEST(UsbEmulation, ADetachedDriverTakesItsHidrawNodeAlongUntilItIsAttached)
     EXPECT_TRUE(HidapiHost(kFirst).isOpen());
 }
 
+TEST(UsbEmulation, AHidrawNodeThatNobodyHadOpenBeginsWithoutOldReports)
+{
+    UsbEmulation usb({deviceWith(kFirst, 2)});
+    usb.sendReport(bytesOf("other interface"), 1);
+    for (int times = 0; times < 2; ++times) {
+        usb.sendReport(bytesOf("before"));
+        HidapiHost host(kFirst);
+        ASSERT_TRUE(host.isOpen());
+        usb.sendReport(bytesOf("now"));
+        Bytes report;
+        EXPECT_EQ(host.read(report), 3);
+        EXPECT_EQ(report, bytesOf("now"));
+        EXPECT_EQ(host.read(report, static_cast<int>(kShortMs)), 0);
+    }
+    LibusbHost host(kFirst);
+    ASSERT_TRUE(host.isOpen());
+    ASSERT_EQ(host.claim(1), 0);
+    Bytes report;
+    EXPECT_EQ(host.read(0x82, 64, report), 15); // the nodes of the first interface leave the second alone
+}
+
+TEST(UsbEmulation, ASecondHidrawHostLeavesTheFirstOneItsReports)
+{
+    UsbEmulation usb({deviceWith(kFirst)});
+    HidapiHost first(kFirst);
+    ASSERT_TRUE(first.isOpen());
+    usb.sendReport(bytesOf("kept"));
+    HidapiHost second(kFirst);
+    ASSERT_TRUE(second.isOpen());
+    Bytes report;
+    EXPECT_EQ(first.read(report), 4);
+    EXPECT_EQ(second.read(report, static_cast<int>(kShortMs)), 0);
+}
+
+TEST(UsbEmulation, IdentitiesInSysfsAreInSmallLetters)
+{
+    UsbEmulation usb({deviceWith(kFirst)});
+    const std::string folder = usb.directory() + "/sys/bus/usb/devices/1-1/";
+    for (const auto &[name, wanted] : {std::pair{"idVendor", "2b46"}, std::pair{"idProduct", "be11"}}) {
+        std::string text;
+        std::getline(std::ifstream(folder + name), text);
+        EXPECT_EQ(text, wanted) << name;
+    }
+}
+
 TEST(UsbEmulation, EveryHostThatHasAHidrawNodeOpenGetsEveryReport)
 {
     UsbEmulation usb({deviceWith(kFirst)});
-    usb.sendReport(bytesOf("before"));
     HidapiHost first(kFirst);
     ASSERT_TRUE(first.isOpen());
     Bytes report;
-    EXPECT_EQ(first.read(report), 6); // nobody had taken it
     HidapiHost second(kFirst);
     usb.sendReport(bytesOf("both"));
     EXPECT_EQ(first.read(report), 4);

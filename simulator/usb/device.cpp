@@ -215,13 +215,17 @@ void UsbDevice::dropHidraw(unsigned interface)
     hidraws_.erase(found);
 }
 
+// The kernel's driver reads a device only while somebody has its node open, and begins with throwing away what came
+// before.
 std::shared_ptr<HidrawSession> UsbDevice::openHidraw(unsigned interface)
 {
+    if (std::none_of(hidrawSessions_.begin(), hidrawSessions_.end(),
+                     [&](const auto &session) { return session->interface == interface && !session->gone; }))
+        reports_[interface].clear();
     auto session = std::make_shared<HidrawSession>();
     session->interface = interface;
     session->node = hidraws_.at(interface).node;
     hidrawSessions_.push_back(session);
-    passOn(interface);
     return session;
 }
 

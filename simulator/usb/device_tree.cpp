@@ -41,6 +41,14 @@ std::string hex4(unsigned value)
     return text;
 }
 
+// As the kernel writes identities in sysfs.
+std::string lowerHex4(unsigned value)
+{
+    char text[16];
+    std::snprintf(text, sizeof text, "%04x", value);
+    return text;
+}
+
 std::string decimal3(unsigned value)
 {
     char text[16];
@@ -138,8 +146,8 @@ void DeviceTree::addDevice(unsigned port, unsigned address, const UsbDeviceOptio
         {"dev", "189:" + std::to_string(minor)},
         {"bConfigurationValue", "1"},
         {"speed", "480"},
-        {"idVendor", hex4(options.id.vendor)},
-        {"idProduct", hex4(options.id.product)},
+        {"idVendor", lowerHex4(options.id.vendor)},
+        {"idProduct", lowerHex4(options.id.product)},
         {"bcdDevice", "0100"},
         {"manufacturer", "qvreader-sim"},
         {"product", options.product},

@@ -38,7 +38,8 @@ enum class UsbHost { children, thisProcess };
 // All functions may be called from any thread.
 class UsbEmulation {
   public:
-    // Gets what hosts send, on the emulation's thread, before the host's call returns; may call any function here.
+    // Gets what hosts send, on the emulation's thread, before the host's call returns; of transfers that were stuck, on
+    // the thread that calls setBehaviour(), before that returns. May call any function here.
     using Receiver = std::function<void(const UsbReceived &received)>;
 
     // All devices are plugged in. Throws std::runtime_error.

@@ -19,7 +19,7 @@ std::string preloadTrouble();
 // The command as a child process, with the standard descriptors of this one.
 class UsbCommand {
   public:
-    // Throws std::runtime_error when it cannot be started; `notFound` of it is then what a shell's exit code says.
+    // Throws std::runtime_error when it cannot be started.
     UsbCommand(const std::vector<std::string> &command, const std::string &directory);
     UsbCommand(const UsbCommand &) = delete;
     UsbCommand &operator=(const UsbCommand &) = delete;

@@ -1,5 +1,6 @@
 """The tool and a reader on USB: real libusb, a device that the simulator emulates."""
 import contextlib
+import glob
 import os
 import queue
 import re
@@ -241,6 +242,94 @@ class Failures(ToolUsb):
                 self.assertIn(text, run.err)
 
 
+class SeveralReaders(ToolUsb):
+    TWINS = ("--ids", "2B46:BE11", "--ids", "2B46:BE11")
+    STRANGERS = ("--ids", "0403:BCD5", "--ids", "2B46:BE11")
+    NODES = ("/dev/bus/usb/001/002", "/dev/bus/usb/001/003")
+
+    def used_nodes(self, sim):
+        """Nodes of the devices whose kernel driver has been taken off: the library has claimed them."""
+        folder = sim.node("/sys/devices/pci0000:00/1-%d/1-%d:1.0")
+        return [node for port, node in enumerate(self.NODES, 1)
+                if not glob.glob(os.path.join(folder % (port, port), "0003:*"))]
+
+    def let_a_program_hold(self, sim, port):
+        os.symlink("../../../../../bus/usb/drivers/usbfs",
+                   sim.node("/sys/devices/pci0000:00/1-%d/1-%d:1.0/driver" % (port, port)))
+
+    def test_the_device_that_was_really_opened_is_told(self):
+        for arguments in (("atr",), ("present",), ("info",), ("led", "1"), ("doctor",)):
+            with self.subTest(command=arguments):
+                sim = self.reader(*self.TWINS, "--card", CARD)
+                told = self.run_on(sim, "--json", *arguments).json()
+                self.assertEqual([told["device"]], self.used_nodes(sim))
+
+    def test_a_missing_node_of_one_twin_hinders_only_where_the_library_takes_that_one(self):
+        sim = self.reader(*self.TWINS, "--card", CARD)
+        opened = self.run_on(sim, "--json", "atr").json()["device"]
+        for missing in self.NODES:
+            with self.subTest(missing=missing):
+                os.rename(sim.node(missing), sim.node(missing) + ".away")
+                if missing == opened:
+                    self.check_failed(sim, "atr", code=3, text="%s (2B46:BE11) is not there; plug" % missing)
+                else:
+                    self.assertEqual(self.run_on(sim, "--json", "atr").json()["device"], opened)
+                    sim.command("fault silence every")
+                    told = self.run_on(sim, "--json", "--timeout", "1", "atr", code=5).json()
+                    self.assertIn(TIME_OUT, told["error"]["text"])  # and not: it is gone
+                    sim.command("fault off")
+                os.rename(sim.node(missing) + ".away", sim.node(missing))
+
+    def test_a_busy_twin_keeps_the_tool_off_both(self):
+        for port in (1, 2):
+            with self.subTest(port=port):
+                sim = self.reader(*self.TWINS, "--card", CARD)
+                self.let_a_program_hold(sim, port)
+                for arguments in COMMANDS:
+                    self.check_failed(sim, *arguments, code=3, text="%s (2B46:BE11) is busy: " % self.NODES[port - 1])
+                self.assertEqual(self.used_nodes(sim), [])
+
+    def test_a_tool_at_work_keeps_a_second_one_off_both_twins(self):
+        sim = self.reader(*self.TWINS)
+        first = self.start("--timeout", "60", "atr", port="HID", environment=sim.environment)
+        first.wait_for("waiting for a card")
+        self.check_failed(sim, "present", code=3, text="is busy: another qvreader is at work on it")
+        first.signal(signal.SIGINT)
+        self.check_exit(first.finish(), 130)
+
+    def test_an_unusable_reader_is_passed_over_for_one_of_another_identity(self):
+        for place in (0, 1):
+            with self.subTest(missing=self.NODES[place]):
+                sim = self.reader(*self.STRANGERS, "--card", CARD)
+                os.unlink(sim.node(self.NODES[place]))
+                for arguments in (("atr",), ("present",), ("info",)):
+                    told = self.run_on(sim, "--json", *arguments).json()
+                    self.assertEqual(told["device"], self.NODES[1 - place])
+                os.unlink(sim.node(self.NODES[1 - place]))
+                self.check_failed(sim, "atr", code=3, text="/dev/bus/usb/001/002 (0403:BCD5) is not there")
+
+    def test_a_busy_reader_is_left_alone_for_one_of_another_identity(self):
+        for place in (0, 1):
+            with self.subTest(busy=self.NODES[place]):
+                sim = self.reader(*self.STRANGERS, "--card", CARD)
+                self.let_a_program_hold(sim, place + 1)
+                for arguments in (("atr",), ("present",), ("info",)):
+                    self.assertEqual(self.run_on(sim, "--json", *arguments).json()["device"], self.NODES[1 - place])
+                self.assertEqual(self.used_nodes(sim), [self.NODES[1 - place]])
+
+    def test_a_tool_at_work_leaves_readers_of_other_identities_to_others(self):
+        sim = self.reader(*self.STRANGERS)
+        first = self.start("--timeout", "60", "atr", port="HID", environment=sim.environment)
+        first.wait_for("waiting for a card")
+        self.assertEqual(self.used_nodes(sim), [self.NODES[0]])
+        self.check_failed(sim, "--usb-id", "0403:BCD5", "led", "1", code=3, text="is busy: another qvreader is at work")
+        for arguments in ((), ("--usb-id", "2B46:BE11")):
+            told = self.run_on(sim, "--json", *arguments, "led", "1").json()
+            self.assertEqual(told["device"], self.NODES[1])
+        first.signal(signal.SIGINT)
+        self.check_exit(first.finish(), 130)
+
+
 class Doctor(ToolUsb):
     def examined(self, sim, *arguments, code=0, port="HID"):
         told = self.run_on(sim, "--json", "doctor", *arguments, code=code, port=port).json()
@@ -255,6 +344,17 @@ class Doctor(ToolUsb):
         self.assertEqual(checks["driver"]["state"], "ok")
         self.assertEqual(checks["held by"]["state"], "ok")
         self.assertEqual(checks["reader"]["text"], "answers over USB")
+
+    def test_a_missing_node_is_told_as_missing(self):
+        sim = self.reader()
+        for node in ("/dev/bus/usb/001/002", "/dev/hidraw0"):
+            os.unlink(sim.node(node))
+        checks = self.examined(sim, code=3)
+        self.assertEqual((checks["usb node"]["state"], checks["usb node"]["text"]),
+                         ("WRONG", "/dev/bus/usb/001/002 is not there"))
+        self.assertIn("plug the reader in anew", checks["usb node"]["advice"])
+        self.assertIn("/dev/hidraw0 (interface 0) is not there", checks["hid node"]["text"])
+        self.assertEqual(checks["port"]["text"], "/dev/bus/usb/001/002 (2B46:BE11) is not there")
 
     def test_readers_on_usb_are_listed_for_other_ports_as_well(self):
         sim = self.reader()

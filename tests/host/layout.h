@@ -38,9 +38,29 @@ QV_FIELD(BackUpParam, nType, 16, 4);
 QV_FIELD(BackUpParam, bAuxPrefix, 20, 4);
 QV_FIELD(BackUpParam, nAuxMode, 24, 4);
 
+QV_SIZE(AuxOp, 8204);
+QV_FIELD(AuxOp, nTermType, 0, 4);
+QV_FIELD(AuxOp, szPrefix, 4, 4096);
+QV_FIELD(AuxOp, nPrefixLen, 4100, 4);
+QV_FIELD(AuxOp, szSuffix, 4104, 4096);
+QV_FIELD(AuxOp, nSuffixLen, 8200, 4);
+
+QV_SIZE(EndpointInfo, 5);
+QV_FIELD(EndpointInfo, cEpaddress, 0, 1);
+QV_FIELD(EndpointInfo, cTransferType, 1, 1);
+QV_FIELD(EndpointInfo, cTimeInterval, 2, 1);
+QV_FIELD(EndpointInfo, cMaxPackeSize, 3, 2);
+
 QV_SIZE(RDZ73xx, 8);
 QV_FIELD(RDZ73xx, nType, 0, 4);
 QV_FIELD(RDZ73xx, gStatus, 4, 4);
+
+QV_SIZE(StCallBackFunc, 20);
+QV_FIELD(StCallBackFunc, nOpen, 0, 4);
+QV_FIELD(StCallBackFunc, nClose, 4, 4);
+QV_FIELD(StCallBackFunc, nPowerUp, 8, 4);
+QV_FIELD(StCallBackFunc, nPowerDown, 12, 4);
+QV_FIELD(StCallBackFunc, nCommRW, 16, 4);
 
 QV_SIZE(IcOpenRecord, 696);
 QV_FIELD(IcOpenRecord, stParam, 0, 440);

@@ -4,12 +4,12 @@
 
 #include "qvreader/support.h"
 
+#include <algorithm>
 #include <chrono>
 #include <ctime>
 
 using namespace qvtest;
 using std::chrono::milliseconds;
-using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 

@@ -19,6 +19,15 @@ class UsbRead : public UsbDevices {
     }
 };
 
+// The configuration with another transfer type for one endpoint.
+Bytes withTransferType(Bytes configuration, uint8_t ucEndpoint, uint8_t ucType)
+{
+    for (size_t nAt = 0; nAt + 4 <= configuration.size() && configuration[nAt] != 0; nAt += configuration[nAt])
+        if (configuration[nAt + 1] == 5 && configuration[nAt + 2] == ucEndpoint)
+            configuration[nAt + 3] = ucType;
+    return configuration;
+}
+
 TEST_F(UsbRead, AReplyComesInAsManyReportsAsItNeeds)
 {
     for (const bool bBulk : {false, true})
@@ -129,6 +138,27 @@ TEST_F(UsbRead, AFailedTransferBringsNothingAndTheReadGoesOn)
     expectWorks(kLibusb);
 }
 
+TEST_F(UsbRead, HowAReportIsReadIsWhatTheOutEndpointSays)
+{
+    // The kernel carries out a bulk transfer on an interrupt endpoint, and refuses the other way round.
+    UsbDeviceOptions options = reader();
+    options.configuration = withTransferType(qvsim::configurationDescriptor(options), 0x01, qvsim::kTransferBulk);
+    openReader(options);
+    EXPECT_EQ(g_inep.cTransferType, 3);
+    EXPECT_EQ(g_outep.cTransferType, 2);
+    usb().reply(bytes("41 42"));
+    EXPECT_EQ(hex(readReply(kLibusb, 2).data), "41 42");
+    EXPECT_THAT(takeCalls(), ElementsAre("BULK IN 81 64"));
+
+    options.configuration = withTransferType(qvsim::configurationDescriptor(reader()), 0x81, qvsim::kTransferBulk);
+    openReader(options);
+    EXPECT_EQ(g_inep.cTransferType, 2);
+    EXPECT_EQ(g_outep.cTransferType, 3);
+    usb().reply(bytes("41 42"));
+    EXPECT_EQ(readOnce(kLibusb).nResult, 0);
+    EXPECT_THAT(takeCalls(), ElementsAre("INTERRUPT IN 81 64"));
+}
+
 TEST_F(UsbRead, AnEndpointThatTheDeviceHasNotBringsNothing)
 {
     openReader(reader());
@@ -136,6 +166,17 @@ TEST_F(UsbRead, AnEndpointThatTheDeviceHasNotBringsNothing)
     EXPECT_EQ(readOnce(kLibusb).nResult, 0);
     kLibusb.close();
     expectWorks(kLibusb);
+}
+
+TEST_F(UsbRead, OfAReportLongerThanTheTransferTheBytesThatFittedAreTaken)
+{
+    openReader(reader());
+    behave("in overflow");
+    usb().sendReport(bytes("41 42"));
+    EXPECT_EQ(hex(readOnce(kLibusb).data), "41 42"); // the transfer has failed, and has moved bytes
+    behave("in ok");
+    usb().reply(bytes("43"));
+    EXPECT_EQ(hex(readOnce(kLibusb).data), "43");
 }
 
 TEST_F(UsbRead, WhenNothingComesTheReadIsEmptyAfterItsTime)

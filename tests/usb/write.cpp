@@ -6,7 +6,6 @@
 
 using namespace qvtest;
 using std::chrono::milliseconds;
-using testing::Each;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -137,11 +136,10 @@ TEST_F(UsbWrite, ATransferThatDoesNotCompleteIsTakenBackAfterASecond)
     }
 }
 
-TEST_F(UsbWrite, AnInterfaceThatWasTakenAwayRefusesTheTransfer)
+TEST_F(UsbWrite, ATransferThatTheKernelRefusesEndsTheWrite)
 {
-    // Its endpoint is another one now: the kernel knows none of the old address.
     openReader(reader());
-    g_outep.cEpaddress = 0x05;
+    g_outep.cEpaddress = 0x05; // the device has none of this address
     EXPECT_EQ(write(filled(10)), -54);
     EXPECT_THAT(receivedSizes(), IsEmpty());
     kLibusb.close();
