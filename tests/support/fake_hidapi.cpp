@@ -132,7 +132,7 @@ int hid_read_timeout(hid_device *pDevice, unsigned char *pData, size_t nLen, int
         return -1;
     }
     std::copy(result.data.begin(), result.data.end(), pData);
-    return static_cast<int>(result.data.size());
+    return result.nResult > 0 ? result.nResult : static_cast<int>(result.data.size());
 }
 
 namespace qvtest {
@@ -180,6 +180,12 @@ void FakeHid::in(std::string_view sHex, int nMillis)
 {
     std::scoped_lock lock(hid().guard);
     hid().reads.push_back({0, 0, bytes(sHex), nMillis});
+}
+
+void FakeHid::inCounted(std::string_view sHex, int nCount)
+{
+    std::scoped_lock lock(hid().guard);
+    hid().reads.push_back({nCount, 0, bytes(sHex), 0});
 }
 
 void FakeHid::failRead(int nResult, int nErrno)

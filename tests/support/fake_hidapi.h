@@ -28,6 +28,8 @@ class FakeHid {
     void writes(std::initializer_list<int> results, int nErrno = 0);
     // The next reads: a report, after nMillis; a failure. Afterwards nothing comes: 0.
     void in(std::string_view sHex, int nMillis = 0);
+    // A read that brings these bytes and counts nCount (1 or more) of them.
+    void inCounted(std::string_view sHex, int nCount);
     void failRead(int nResult, int nErrno = 0);
     // Called at each read with its number, counted from 1.
     void onRead(std::function<void(size_t)> fn);

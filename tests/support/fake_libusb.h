@@ -65,6 +65,8 @@ class FakeUsb {
     // An OUT / IN transfer that fails before it starts: the count of bytes moved is not written.
     void outUntouched(int nResult);
     void inUntouched(int nResult);
+    // An IN transfer that brings these bytes and counts nMoved of them.
+    void inMoved(std::string_view sHex, int nMoved);
     // Called at each OUT transfer with its bytes / at each IN transfer with its number, counted from 1.
     void onOut(std::function<void(const Bytes &)> fn);
     void onIn(std::function<void(size_t)> fn);

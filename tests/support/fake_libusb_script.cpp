@@ -111,6 +111,12 @@ void FakeUsb::inUntouched(int nResult)
     bus().in.push_back({nResult, std::nullopt, true, 0, {}, 0});
 }
 
+void FakeUsb::inMoved(std::string_view sHex, int nMoved)
+{
+    std::scoped_lock lock(bus().guard);
+    bus().in.push_back({0, nMoved, false, 0, bytes(sHex), 0});
+}
+
 void FakeUsb::onOut(std::function<void(const Bytes &)> fn)
 {
     std::scoped_lock lock(bus().guard);

@@ -186,6 +186,59 @@ TEST_F(UsbIdentities, AnIdThatNeedsMoreThan16BitsFindsNoReader)
     EXPECT_EQ(open(), 0);
 }
 
+TEST_F(UsbIdentities, OnlyTheFlagOneAddsTheHostsIdentities)
+{
+    Dev_Rdz_Ic_AddHid(0, 0xA0, 0xB0);
+    for (int32_t nFlag : {2, -1, 0}) {
+        SCOPED_TRACE(nFlag);
+        g_bIcSetHidFlag = nFlag;
+        EXPECT_EQ(open(), -51);
+        EXPECT_EQ(m_tried, s_builtIn);
+    }
+    // Nor are they taken where the built-in ones are not.
+    g_bIcSetHidFlag = g_bUseSetHid = 2;
+    EXPECT_EQ(open(), -51);
+    EXPECT_EQ(m_tried, std::vector<Identity>(6, Identity{0, 0}));
+}
+
+TEST_F(UsbIdentities, OnlyTheFlagOneMakesAnIdentityTheOnlyOne)
+{
+    Dev_Rdz_Ic_AddHid(-1, 0xA0, 0xB0);
+    g_nHidNum = 7;
+    for (int32_t nFlag : {2, -1}) {
+        SCOPED_TRACE(nFlag);
+        g_bUseSetHid = nFlag;
+        EXPECT_EQ(open(), -51);
+        EXPECT_EQ(m_tried, std::vector<Identity>(6, Identity{0, 0})); // and only 0 leaves the built-in ones
+        EXPECT_EQ(g_nHidNum, 7);
+    }
+    g_bUseSetHid = 0;
+    EXPECT_EQ(open(), -51);
+    EXPECT_EQ(m_tried, s_builtIn);
+    g_bUseSetHid = 1;
+    g_bIcSetHidFlag = 2;
+    EXPECT_EQ(open(), -51);
+    EXPECT_EQ(m_tried, (std::vector<Identity>{{0xA0, 0xB0}}));
+    EXPECT_EQ(g_nHidNum, 1);
+}
+
+TEST_F(UsbIdentities, ACountBeyondTheTableIsATableFull)
+{
+    auto all = s_builtIn;
+    for (uint32_t i = 0; i < 10; ++i) {
+        g_Hid[i] = {0xA0 + i, 0xB0 + i};
+        all.push_back({0xA0 + i, 0xB0 + i});
+    }
+    g_bIcSetHidFlag = 1;
+    for (int32_t nCount : {10, 11, 1000, INT32_MAX}) {
+        SCOPED_TRACE(nCount);
+        g_nHidNum = nCount;
+        EXPECT_EQ(open(), -51);
+        EXPECT_EQ(m_tried, all);
+        EXPECT_EQ(g_nHidNum, nCount);
+    }
+}
+
 // ---- what belongs to serial lines only ------------------------------------------------------------------------------
 
 TEST_F(UsbIdentities, NoSwitchBoxAndNoRaiseOfTheLineSpeed)

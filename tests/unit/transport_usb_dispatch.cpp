@@ -188,6 +188,30 @@ TEST_P(UsbDispatch, AReadTakesItsSecondsOffTheBudgetAndASilentOneIsEmpty)
     EXPECT_EQ(stBackUpParam.nTimeOut, 6);
 }
 
+FakeClock *s_pClock = nullptr;
+int32_t (*s_timeOut)(uint32_t) noexcept = nullptr;
+
+int32_t renewTheBudget(const uint8_t *, int32_t)
+{
+    EXPECT_EQ(s_timeOut(50), 0);
+    s_pClock->advance(2);
+    return 0;
+}
+
+TEST_P(UsbDispatch, AReadTakesItsSecondsOffTheBudgetThatWasSetMeanwhile)
+{
+    open();
+    m_usb.onSilence(nullptr);
+    s_pClock = &m_clock;
+    s_timeOut = &layer() == &s_outer ? COMM_Dev_ChangeReadTimeOut : COMM_Dev_Linux_ChangeReadTime;
+    stBackUpParam.pfnEndCondition = renewTheBudget;
+    uint8_t in[4];
+    EXPECT_EQ(layer().read(in, 4), 0);
+    EXPECT_EQ(stBackUpParam.nTimeOut, 48);
+    EXPECT_EQ(layer().read(in, 4), 0);
+    EXPECT_EQ(stBackUpParam.nTimeOut, 48);
+}
+
 class UsbDispatchLog : public UsbDispatch {};
 INSTANTIATE_TEST_SUITE_P(Layers, UsbDispatchLog, testing::Values(&s_outer), [](const auto &) { return "outer"; });
 

@@ -11,7 +11,7 @@ qv_add_test(protocol_ic_commands SOURCES protocol_ic_commands.cpp LABELS small)
 qv_add_test(protocol_exchange FAKE_CLOCK SOURCES protocol_exchange.cpp)
 qv_add_test(protocol_read_write SOURCES protocol_read_write.cpp)
 qv_add_test(icreader_open FAKE_USB RUN_SERIAL SOURCES icreader_open.cpp icreader_open_usb.cpp icreader_open_speed.cpp
-            icreader_open_calls.cpp)
+            icreader_open_box.cpp icreader_open_calls.cpp)
 qv_add_test(icreader_power FAKE_CLOCK SOURCES icreader_power.cpp)
 qv_add_test(icreader_apdu FAKE_CLOCK SOURCES icreader_apdu.cpp)
 qv_add_test(icreader_send_command FAKE_CLOCK FAKE_USB SOURCES icreader_send_command.cpp failing_writes.cpp)
