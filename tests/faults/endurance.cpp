@@ -28,7 +28,8 @@ using namespace qvtest;
 
 namespace {
 
-constexpr long nWarmUp = 50;
+// A whole cycle between rests, so that the reader has touched the room for its record.
+constexpr long nWarmUp = 500;
 constexpr std::chrono::seconds nEnough{15}; // for exchanges whose number was not asked for ...
 constexpr long nAtLeast = 1000;             // ... but so many of them
 constexpr long nBetweenRests = 500;         // exchanges; the reader's record of them has room for more
