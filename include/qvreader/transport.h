@@ -158,7 +158,7 @@ QV_API int32_t ClearReceiveBuffer(void) QV_NOEXCEPT;
 QV_API char *ClearInvisibleCharInStr(char *str) QV_NOEXCEPT;
 
 /* ---- aux port of a thin-client terminal -------------------------------------------------------------------------
-
+ *
  * The reader is plugged into the terminal; the terminal device of standard output leads there. Whoever prints to that
  * terminal while the port is open talks to the terminal too: keep standard output quiet meanwhile.
  *
@@ -217,7 +217,7 @@ QV_API int32_t WYSE_GetOpenAuxCmd(uint32_t port, char *out) QV_NOEXCEPT;
 QV_API int32_t WYSE_GetCloseAuxCmd(char *out) QV_NOEXCEPT;
 
 /* ---- USB HID through libusb -------------------------------------------------------------------------------------
-
+ *
  * One device at a time. The kernel's driver is taken off the interface and not given back. Needs read and write
  * access to the device's node below /dev/bus/usb. */
 
@@ -287,7 +287,7 @@ QV_API int32_t GetLinuxLibDataWithoutZero(const uint8_t *report, int32_t n, uint
 QV_API int32_t GetLinuxDataReallenth(const uint8_t *buf, int32_t len) QV_NOEXCEPT;
 
 /* ---- USB HID through hidapi -------------------------------------------------------------------------------------
-
+ *
  * Another way to the same readers, through the kernel's driver; no transport type leads here, call it directly. Needs
  * read and write access to the reader's /dev/hidraw node. */
 

@@ -73,8 +73,8 @@ void giveBack() noexcept
 
 // ---- open ----
 
-// 0, or -50 without a device list. The context is open after a 0 only.
-int32_t listDevices() noexcept
+// 0, or -50 without a device in the list. The context is open after a 0 only.
+int32_t listDevices(int &nCount) noexcept
 {
     const int nInit = libusb_init(nullptr);
     if (nInit != 0) {
@@ -82,7 +82,7 @@ int32_t listDevices() noexcept
         QV_LOG(kLogCommDev, " Have No device");
         return nNoDevice;
     }
-    const auto nCount = static_cast<int>(libusb_get_device_list(nullptr, &m_devs));
+    nCount = static_cast<int>(libusb_get_device_list(nullptr, &m_devs));
     QV_LOG(kLogCommDev, "libusb_get_device_list  nret = %d ", nCount);
     if (nCount > 0)
         return 0;
@@ -93,9 +93,9 @@ int32_t listDevices() noexcept
     return nNoDevice;
 }
 
-libusb_device *findDevice(uint32_t nVID, uint32_t nPID) noexcept
+libusb_device *findDevice(int nCount, uint32_t nVID, uint32_t nPID) noexcept
 {
-    for (libusb_device **ppDevice = m_devs; *ppDevice != nullptr; ++ppDevice) {
+    for (libusb_device **ppDevice = m_devs; ppDevice != m_devs + nCount; ++ppDevice) {
         libusb_device_descriptor descriptor{};
         if (libusb_get_device_descriptor(*ppDevice, &descriptor) != 0)
             continue;
@@ -197,9 +197,10 @@ int32_t COMM_Hid_OpenLinuxUsbLibHid(uint32_t nVID, uint32_t nPID) noexcept
         QV_LOG(kLogCommDev, "COMM_Hid_OpenLinuxUsbLibHid  11");
         return 0;
     }
-    if (listDevices() != 0)
+    int nCount = 0;
+    if (listDevices(nCount) != 0)
         return nNoDevice;
-    m_targetDev = findDevice(nVID, nPID);
+    m_targetDev = findDevice(nCount, nVID, nPID);
     if (m_targetDev == nullptr) {
         QV_LOG(kLogCommDev, "get hiddev err!\n");
         giveBack();
