@@ -1,6 +1,7 @@
 // The dispatcher in front of a terminal's aux port: what selects it at open, and what later calls go by.
 
 #include "aux_terminal.h"
+#include "dispatcher_layers.h"
 
 #include "qvreader/support.h"
 
@@ -23,28 +24,6 @@ int32_t never(const uint8_t *, int32_t)
 {
     return 1;
 }
-
-// Both layers of the dispatcher have the same functions.
-struct Layer {
-    const char *pszName;
-    int32_t (*open)(TransPortParam *) noexcept;
-    int32_t (*write)(const uint8_t *, uint32_t) noexcept;
-    int32_t (*read)(uint8_t *, uint32_t) noexcept;
-    int32_t (*close)() noexcept;
-    int32_t (*cancel)() noexcept;
-};
-const Layer s_outer = {"outer",
-                       COMM_Dev_OpenTransPort,
-                       COMM_Dev_WriteDataToTransPort,
-                       COMM_Dev_ReadDataFromTransPort,
-                       COMM_Dev_CloseTransPort,
-                       COMM_Dev_CancelRead};
-const Layer s_inner = {"inner",
-                       COMM_Dev_Linux_OpenTransPort,
-                       COMM_Dev_Linux_WriteDataToTransPort,
-                       COMM_Dev_Linux_ReadDataFromTransPort,
-                       COMM_Dev_Linux_CloseTransPort,
-                       COMM_Dev_Linux_CancelLinuxRead};
 
 class AuxDispatcher : public AuxTerminal, public testing::WithParamInterface<const Layer *> {
   protected:

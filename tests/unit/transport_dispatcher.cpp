@@ -1,5 +1,6 @@
 // The dispatcher: which transport an operation reaches, what an open leaves behind, and the read time budget.
 
+#include "dispatcher_layers.h"
 #include "fake_clock.h"
 #include "pty_peer.h"
 
@@ -45,41 +46,6 @@ int32_t letTimePass(const uint8_t *, int32_t)
     s_pClock->advance(nAt < s_seconds.size() ? s_seconds[nAt] : 5000);
     return s_bComplete && nAt + 1 == s_seconds.size() ? 0 : 1;
 }
-
-// Both layers of the dispatcher have the same functions.
-struct Layer {
-    const char *pszName;
-    int32_t (*open)(TransPortParam *) noexcept;
-    int32_t (*write)(const uint8_t *, uint32_t) noexcept;
-    int32_t (*read)(uint8_t *, uint32_t) noexcept;
-    int32_t (*close)() noexcept;
-    int32_t (*cancel)() noexcept;
-    int32_t (*endCondition)(EndConditionFn) noexcept;
-    int32_t (*timeOut)(uint32_t) noexcept;
-    int32_t (*termParam)(TransPortParam *) noexcept;
-    int32_t (*clearZero)(uint32_t) noexcept;
-};
-
-const Layer s_outer = {"outer",
-                       COMM_Dev_OpenTransPort,
-                       COMM_Dev_WriteDataToTransPort,
-                       COMM_Dev_ReadDataFromTransPort,
-                       COMM_Dev_CloseTransPort,
-                       COMM_Dev_CancelRead,
-                       COMM_Dev_ChangeEndCondition,
-                       COMM_Dev_ChangeReadTimeOut,
-                       COMM_Dev_ChangeTermParam,
-                       COMM_Dev_SetHidClearZero};
-const Layer s_inner = {"inner",
-                       COMM_Dev_Linux_OpenTransPort,
-                       COMM_Dev_Linux_WriteDataToTransPort,
-                       COMM_Dev_Linux_ReadDataFromTransPort,
-                       COMM_Dev_Linux_CloseTransPort,
-                       COMM_Dev_Linux_CancelLinuxRead,
-                       COMM_Dev_Linux_ChangeEndCondition,
-                       COMM_Dev_Linux_ChangeReadTime,
-                       COMM_Dev_Linux_ChangeTermParam,
-                       COMM_Dev_Linux_SetLinuxHidClearZero};
 
 class Dispatcher : public testing::TestWithParam<const Layer *> {
   protected:

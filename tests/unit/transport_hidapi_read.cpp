@@ -4,6 +4,7 @@
 #include "fake_hidapi.h"
 #include "fake_sleep.h"
 #include "pty_peer.h"
+#include "unwritten.h"
 
 #include "qvreader/support.h"
 #include "qvreader/transport.h"
@@ -55,18 +56,10 @@ class HidapiRead : public testing::Test {
     int32_t read(EndConditionFn end = endsWithEtx, int32_t nTimeOut = 3, uint32_t nMax = 255)
     {
         s_asked.clear();
-        m_buf.assign(256, 0xC5);
+        m_buf.assign(256, ucUnwritten);
         return COMM_Hid_ReadLinuxHid(m_buf.data(), nMax, nTimeOut, end);
     }
-    // The buffer up to nLen, behind which nothing may have been written.
-    std::string got(size_t nLen)
-    {
-        for (size_t i = nLen; i < m_buf.size(); ++i) {
-            if (m_buf[i] != 0xC5)
-                return "byte " + std::to_string(i) + " was written";
-        }
-        return hex(m_buf.data(), nLen);
-    }
+    std::string got(size_t nLen) { return writtenUpTo(m_buf, nLen); }
 
     int m_nDescriptors = 0;
     FakeClock m_clock{1000};

@@ -1,5 +1,6 @@
 // Cancelling a serial read, from the thread that reads and from another one.
 
+#include "cancelled_read.h"
 #include "pty_peer.h"
 
 #include "qvreader/protocol.h"
@@ -65,22 +66,9 @@ class SerialCancel : public testing::Test {
         m_peer.reset();
         EXPECT_EQ(openDescriptors(), m_nDescriptors);
     }
-    // Runs a read in this thread and cancels it from another one as soon as it has made nPasses passes. Returns the
-    // read's result; the passes made after the cancel stand in m_nAfter.
     template <typename Read, typename Cancel> int32_t cancelled(Read read, Cancel cancel, int nPasses = 1)
     {
-        s_nPasses = 0;
-        int nAtCancel = 0;
-        std::thread other([&] {
-            while (s_nPasses < nPasses)
-                usleep(1000);
-            EXPECT_EQ(cancel(), 0);
-            nAtCancel = s_nPasses;
-        });
-        int32_t nResult = read();
-        other.join();
-        m_nAfter = s_nPasses - nAtCancel;
-        return nResult;
+        return cancelledRead(s_nPasses, m_nAfter, read, cancel, nPasses);
     }
 
     int m_nDescriptors = 0;

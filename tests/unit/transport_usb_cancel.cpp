@@ -1,5 +1,6 @@
 // Cancelling a read over USB, from the thread that reads and from another one, through libusb and through hidapi.
 
+#include "cancelled_read.h"
 #include "fake_hidapi.h"
 #include "usb_bus.h"
 
@@ -77,22 +78,9 @@ class UsbCancel : public UsbBus, public testing::WithParamInterface<const Way *>
         ASSERT_EQ(COMM_Hid_OpenLinuxHid(0x0403, 0xBCD5), 0);
     }
     int32_t read(EndConditionFn end) { return s_pWay->read(m_buf, sizeof m_buf, 60, end); }
-    // Runs a read in this thread and cancels it from another one as soon as it has made nPasses passes. Returns the
-    // read's result; the passes made after the cancel stand in m_nAfter.
     template <typename Read, typename Cancel> int32_t cancelled(Read read, Cancel cancel, int nPasses = 1)
     {
-        s_nPasses = 0;
-        int nAtCancel = 0;
-        std::thread other([&] {
-            while (s_nPasses < nPasses)
-                usleep(1000);
-            EXPECT_EQ(cancel(), 0);
-            nAtCancel = s_nPasses;
-        });
-        int32_t nResult = read();
-        other.join();
-        m_nAfter = s_nPasses - nAtCancel;
-        return nResult;
+        return cancelledRead(s_nPasses, m_nAfter, read, cancel, nPasses);
     }
 
     int m_nAfter = 0;

@@ -1,5 +1,6 @@
 // The dispatcher with a USB reader: what reaches the bus, what an open leaves behind, the read time budget.
 
+#include "dispatcher_layers.h"
 #include "usb_bus.h"
 
 using namespace qvtest;
@@ -16,32 +17,6 @@ int32_t endsWithEtx(const uint8_t *pBuf, int32_t nLen)
 {
     return nLen > 0 && pBuf[nLen - 1] == 0x03 ? 0 : -1;
 }
-
-// Both layers of the dispatcher have the same functions.
-struct Layer {
-    const char *pszName;
-    int32_t (*open)(TransPortParam *) noexcept;
-    int32_t (*write)(const uint8_t *, uint32_t) noexcept;
-    int32_t (*read)(uint8_t *, uint32_t) noexcept;
-    int32_t (*close)() noexcept;
-    int32_t (*cancel)() noexcept;
-    int32_t (*clearZero)(uint32_t) noexcept;
-};
-
-const Layer s_outer = {"outer",
-                       COMM_Dev_OpenTransPort,
-                       COMM_Dev_WriteDataToTransPort,
-                       COMM_Dev_ReadDataFromTransPort,
-                       COMM_Dev_CloseTransPort,
-                       COMM_Dev_CancelRead,
-                       COMM_Dev_SetHidClearZero};
-const Layer s_inner = {"inner",
-                       COMM_Dev_Linux_OpenTransPort,
-                       COMM_Dev_Linux_WriteDataToTransPort,
-                       COMM_Dev_Linux_ReadDataFromTransPort,
-                       COMM_Dev_Linux_CloseTransPort,
-                       COMM_Dev_Linux_CancelLinuxRead,
-                       COMM_Dev_Linux_SetLinuxHidClearZero};
 
 class UsbDispatch : public UsbBus, public testing::WithParamInterface<const Layer *> {
   protected:

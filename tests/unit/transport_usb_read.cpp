@@ -1,5 +1,6 @@
 // Reading a reply through libusb: reports, zero padding, end condition, time-outs and what is logged.
 
+#include "unwritten.h"
 #include "usb_bus.h"
 
 using namespace qvtest;
@@ -36,23 +37,15 @@ class UsbRead : public UsbBus {
     {
         UsbBus::SetUp();
         s_asked.clear();
-        m_buf.assign(512, 0xC5);
+        m_buf.assign(512, ucUnwritten);
     }
     int32_t read(EndConditionFn end = endsWithEtx, int32_t nTimeOut = 3, uint32_t nMax = 511)
     {
         s_asked.clear();
-        m_buf.assign(512, 0xC5);
+        m_buf.assign(512, ucUnwritten);
         return COMM_Hid_ReadLinuxUsbLibHid(m_buf.data(), nMax, nTimeOut, end);
     }
-    // The buffer up to nLen, behind which nothing may have been written.
-    std::string got(size_t nLen)
-    {
-        for (size_t i = nLen; i < m_buf.size(); ++i) {
-            if (m_buf[i] != 0xC5)
-                return "byte " + std::to_string(i) + " was written";
-        }
-        return hex(m_buf.data(), nLen);
-    }
+    std::string got(size_t nLen) { return writtenUpTo(m_buf, nLen); }
 
     Bytes m_buf;
 };
