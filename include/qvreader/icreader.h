@@ -36,12 +36,6 @@ typedef struct {
     int32_t nCardSlot;   /* current slot */
 } IcCardReader;
 
-/* A USB identity. */
-typedef struct {
-    uint64_t nPID;
-    uint64_t nVID;
-} IcHidId;
-
 /* An APDU field by field. Natural C alignment: responseLen stands at offset 2056. */
 typedef struct {
     uint8_t cla, ins, p1, p2;

@@ -1,5 +1,5 @@
 /*
- * protocol.h - the reader's packets, the exchange of one command, and the IC command bytes.
+ * protocol.h - the reader's packets, the exchange of one command, and the command bytes of the IC and the stripe side.
  *
  * Between a head and an end byte every byte travels as two half-byte characters (0x30 + high half, 0x30 + low half),
  * so that neither marker can occur inside a frame:
@@ -141,6 +141,62 @@ QV_API int32_t Instr_IcMudle_Reset(uint8_t *out, uint32_t *outLen) QV_NOEXCEPT;
  * nBaud: 9600, 19200 or 38400; any other is 115200. escape: out, 4 bytes. unused: not written.
  * 4, the length of the sequence; -1 for null. */
 QV_API int32_t INSTR_Rdz_BpsDeviceCom(uint32_t nFlag, uint32_t nBaud, uint32_t *escape, uint8_t *unused) QV_NOEXCEPT;
+
+/* ---- stripe command bytes ------------------------------------------------------------------------------------ */
+
+/* Every builder writes into out and the length into *outLen; nothing is sent and no terminator is written. out: at
+ * least 16 bytes, for commands that carry a text 1024; a longer command is refused. Texts are NUL-terminated, and a
+ * command ends at its first NUL.
+ * All: 0; -2 null (unless a track may be missing) or too long (nothing is written). */
+
+/* Escape commands, sent bare. The reader answers a read with 1B 73, the track text, 3F 1C (track 3 alone: one more byte
+ * before the text; two tracks: track 2, "A", the other one). A write is not answered; its result is asked with
+ * Instr_Msg_GetStatus. */
+QV_API int32_t Instr_Msg_GetNtReadTrack1(uint8_t *out, uint32_t *outLen) QV_NOEXCEPT;
+QV_API int32_t Instr_Msg_GetNtReadTrack2(uint8_t *out, uint32_t *outLen) QV_NOEXCEPT;
+QV_API int32_t Instr_Msg_GetNtReadTrack3(uint8_t *out, uint32_t *outLen) QV_NOEXCEPT;
+QV_API int32_t Instr_Msg_GetNtReadTrack12(uint8_t *out, uint32_t *outLen) QV_NOEXCEPT;
+QV_API int32_t Instr_Msg_GetNtReadTrack23(uint8_t *out, uint32_t *outLen) QV_NOEXCEPT;
+QV_API int32_t Instr_Msg_GetNtWriteTrack1(const char *track1, uint8_t *out, uint32_t *outLen) QV_NOEXCEPT;
+QV_API int32_t Instr_Msg_GetNtWriteTrack2(const char *track2, uint8_t *out, uint32_t *outLen) QV_NOEXCEPT;
+QV_API int32_t Instr_Msg_GetNtWriteTrack3(const char *track3, uint8_t *out, uint32_t *outLen) QV_NOEXCEPT;
+
+/* Both tracks; track 2 goes out first. The length of the command for tracks 1 and 2 is counted in out up to its first
+ * NUL (at most 1024): out must be zero-filled behind the command. */
+QV_API int32_t Instr_Msg_GetNtWriteTrack12(const char *track1, const char *track2, uint8_t *out,
+                                           uint32_t *outLen) QV_NOEXCEPT;
+QV_API int32_t Instr_Msg_GetNtWriteTrack23(const char *track2, const char *track3, uint8_t *out,
+                                           uint32_t *outLen) QV_NOEXCEPT;
+
+/* Result of the last operation; the answer ends in "p" (it succeeded) or "q" (it failed). */
+QV_API int32_t Instr_Msg_GetStatus(uint8_t *out, uint32_t *outLen) QV_NOEXCEPT;
+
+/* Reset of the head; its recording formats; a channel, by its letter. None of them is answered. */
+QV_API int32_t Instr_Msg_Reset(uint8_t *out, uint32_t *outLen) QV_NOEXCEPT;
+QV_API int32_t Instr_Msg_SetModeIso(uint8_t *out, uint32_t *outLen) QV_NOEXCEPT;
+QV_API int32_t Instr_Msg_SetModeIBM(uint8_t *out, uint32_t *outLen) QV_NOEXCEPT;
+QV_API int32_t Instr_Msg_SetModeIsoDK(uint8_t *out, uint32_t *outLen) QV_NOEXCEPT;
+QV_API int32_t Instr_Msg_SetModeIBMDK(uint8_t *out, uint32_t *outLen) QV_NOEXCEPT;
+QV_API int32_t Instr_Msg_BP(uint8_t n, uint8_t *out, uint32_t *outLen) QV_NOEXCEPT;
+
+/* Commands that are sent in a frame with head 0x01 and end 0x04 and answered by a frame.
+ * Separator between the tracks of a reply: an empty one is refused with -2. */
+QV_API int32_t Instr_Msg_SetSeparator(const char *separator, uint8_t *out, uint32_t *outLen) QV_NOEXCEPT;
+
+/* All three tracks: status word 0 and the body track 1, separator, track 2, separator, track 3; 0x4001 no data, 0x4002
+ * other read fault. */
+QV_API int32_t Instr_Msg_GetReadTrack123(uint8_t *out, uint32_t *outLen) QV_NOEXCEPT;
+
+/* Writes all three tracks; a null track contributes no data, both separators ("|") are sent. Status word 0, 0x4001
+ * write failed. */
+QV_API int32_t Instr_Msg_GetNtWriteTrack123(const char *track1, const char *track2, const char *track3, uint8_t *out,
+                                            uint32_t *outLen) QV_NOEXCEPT;
+
+/* How long the reader waits for a card, in seconds; 0 goes out as the bare sub-code, 2 bytes. */
+QV_API int32_t Instr_Msg_SetTimeOut(uint8_t seconds, uint8_t *out, uint32_t *outLen) QV_NOEXCEPT;
+
+/* The sub-code of the write alone, without tracks. */
+QV_API int32_t Instr_Msg_GetWriteTrack123(uint8_t *out, uint32_t *outLen) QV_NOEXCEPT;
 
 QV_END_DECLS
 

@@ -19,6 +19,7 @@
 #include "qvreader/devcall.h"
 #include "qvreader/icapp.h"
 #include "qvreader/icreader.h"
+#include "qvreader/msr.h"
 #include "qvreader/protocol.h"
 #include "qvreader/support.h"
 #include "qvreader/transport.h"

@@ -36,6 +36,12 @@ typedef struct {
     EndConditionFn pfnEndCondition; /* end condition to install; null: none */
 } TransPortParam;
 
+/* A USB identity. */
+typedef struct {
+    uint64_t nPID;
+    uint64_t nVID;
+} IcHidId;
+
 /* State of the open transport. */
 typedef struct {
     int32_t nTimeOut;               /* seconds that the next read gets; each read takes its own duration off */

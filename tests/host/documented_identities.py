@@ -1,4 +1,5 @@
-"""The guide of the tool names the USB identities of the list, in the order in which the IC side tries them.
+"""The guide of the tool names the USB identities of the list, in the order in which the IC side tries them, and then in
+the order of the stripe side.
 
     documented_identities.py USB_IDENTITIES.LIST TOOL.MD
 """
@@ -11,7 +12,11 @@ SECTION = "## A reader on USB\n"
 
 def listed(path):
     rows = [line.split() for line in path.read_text().splitlines() if line.strip() and not line.startswith("#")]
-    return ["%s:%s" % (vendor, product) for vendor, product, _ in sorted(rows, key=lambda row: int(row[2]))]
+    order = []
+    for side in (2, 3):
+        known = [row for row in rows if row[side] != "-"]
+        order += ["%s:%s" % tuple(row[:2]) for row in sorted(known, key=lambda row: int(row[side]))]
+    return order
 
 
 def documented(path):

@@ -95,3 +95,8 @@ QV_FIELD(StDebugTip, nEnable, 0, 44);
 
 QV_SIZE(g_Hid, 160);
 QV_SIZE(g_szPcscReader, 256);
+
+QV_SIZE(g_MsgParam, 440);
+QV_SIZE(g_MsgHid, 160);
+QV_SIZE(ucTableTrack1, 128);
+QV_SIZE(ucTableTrack23, 32);

@@ -7,7 +7,8 @@ import re
 import sys
 
 # Vendor, product: the readers that the library tries on its own, lower case as the kernel's attributes are.
-READERS = [("0403", "bcd5"), ("0403", "bcd7"), ("0403", "bc95"), ("2b46", "be11"), ("2b46", "be21"), ("2b46", "be01")]
+READERS = [("0403", "bcd5"), ("0403", "bcd7"), ("0403", "bc95"), ("2b46", "be11"), ("2b46", "be21"), ("2b46", "be01"),
+           ("2b46", "bc01")]
 
 TERM = re.compile(r'([A-Z]+(?:\{\w+\})?)(==|!=|\+=|=)"([^"]*)"(?:,\s*|$)')
 

@@ -1,0 +1,36 @@
+// device.h - what the files of this room share.
+#pragma once
+
+#include "qvreader/msr.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+namespace qv {
+
+// Stripe frames.
+inline constexpr uint8_t ucStripeHead = 0x01;
+inline constexpr uint8_t ucStripeEnd = 0x04;
+
+inline constexpr uint32_t bRaw = 1;    // sent as it is
+inline constexpr uint32_t bFramed = 0; // sent in a stripe frame
+
+inline constexpr int32_t nNotOpened = -50; // also of a busy record
+inline constexpr int32_t nBaseBaud = 9600;
+inline constexpr uint32_t nSettingSeconds = 2; // read time-out of settings and of the status after a read
+
+inline constexpr size_t nCommandSize = 16;       // of commands without a text
+inline constexpr size_t nTextCommandSize = 1024; // of commands with one
+
+// The bytes before the first NUL, which is where replies are judged: reports of USB devices are padded with zeros.
+inline std::string_view textBeforeNul(const uint8_t *pBuf, int32_t nLen) noexcept
+{
+    if (pBuf == nullptr || nLen <= 0)
+        return {};
+    const char *pText = reinterpret_cast<const char *>(pBuf);
+    return {pText, strnlen(pText, static_cast<size_t>(nLen))};
+}
+
+} // namespace qv
