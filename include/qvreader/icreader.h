@@ -70,9 +70,11 @@ extern QV_API StCardCmdParam stCardCmdParam; /* last card status word */
 
 /* Opens the reader.
  * portName: "/dev..." or "COM..." or "AUX...": a tty path of at most 256 characters; "HID...", "USB..." or "1001...":
- *   USB; "PCSC...": refused. Case counts.
+ *   USB; "PCSC...": refused. Case counts. Over USB the identities are tried in turn, what is open being closed between two
+ *   tries; a USB device that is open already stays, whatever its ids.
  * boxPort: "A", "B", "C" or "K" selects a port of an external switch box on a serial link; null or other: none.
- * termType: terminal family; 2 changes the switch-box sequence. reserved: ignored. baud: bits per second.
+ * termType: terminal family; 2 changes the switch-box sequence. reserved: ignored. baud: bits per second of a serial
+ *   link; while g_bIcBaundFlag is 1 it opens at 9600 and is then raised to baud, unless a switch-box port was selected.
  * 0; -2 null, empty or unknown name; -50 PC/SC; -51 the port could not be opened, or the link not raised (the port may
  * then be open: close it).
  * Changes g_sParam, stCardReader, g_useBpBox, g_bIsLinuxHidClearZero, g_nHidNum (1 while g_bUseSetHid is 1), and what
@@ -80,11 +82,12 @@ extern QV_API StCardCmdParam stCardCmdParam; /* last card status word */
 QV_API int32_t Dev_Rdz_Ic_OpenPort(const char *portName, const uint8_t *boxPort, uint32_t termType, uint32_t reserved,
                                    int32_t baud) QV_NOEXCEPT;
 
-/* Releases the switch box where that applies and closes the reader. 0; -50 other reader mode; -1 nothing was ever
- * opened. */
+/* Closes the reader; on a serial link with g_bIcBaundFlag 1 and g_useBpBox 1 the switch box is released first. 0, also
+ * when the release could not be sent; -50 other reader mode; -1 nothing was ever opened. Changes what
+ * COMM_Dev_CloseTransPort changes. */
 QV_API int32_t Dev_Rdz_Ic_ClosePort(void) QV_NOEXCEPT;
 
-/* Adds a USB identity. nIndex: 0 to 9 stores it at that place, tried after the built-in ones, and makes the places 0 to
+/* Adds a USB identity (the low 32 bits of its ids are tried). nIndex: 0 to 9 stores it at that place, tried after the built-in ones, and makes the places 0 to
  * nIndex count; -1: only this identity is tried; it takes place 0 and puts the others out of use. 0; -2 other index
  * (which still ends the only-identity mode). Changes g_Hid, g_nHidNum, g_bIcSetHidFlag, g_bUseSetHid. */
 QV_API int32_t Dev_Rdz_Ic_AddHid(int32_t nIndex, uint64_t nPID, uint64_t nVID) QV_NOEXCEPT;
@@ -113,21 +116,24 @@ QV_API int32_t COMM_Icc_InitCardReaderParam(TransPortParam *param) QV_NOEXCEPT;
  * COMM_Dev_OpenTransPort and the transport's own open change. */
 QV_API int32_t COMM_Icc_OpenCardReader(TransPortParam *param) QV_NOEXCEPT;
 
-/* 0; -50 other reader mode; -1 nothing was ever opened. */
+/* Closes the reader as it is. 0; -50 other reader mode; -1 nothing was ever opened. Changes what
+ * COMM_Dev_CloseTransPort changes. */
 QV_API int32_t COMM_Icc_CloseCardReader(void) QV_NOEXCEPT;
 
-/* One command in a card frame: 0, -1. One reply's body: bytes, 0, or a negative code. Raw bytes: 0, -1.
- * All three: -50 in another reader mode. */
+/* Sends one command in a card frame (data: in, len bytes, at most 508): 0, -1. Reads one reply's body (out: out, at least
+ * nMax bytes): bytes, 0, or a negative code; changes gEndChar, the end condition, the status word and the read budget as
+ * COMM_Rdz_ReadDataFromReader does. Sends raw bytes (at most 1024): 0, -1. All three: -50 in another reader mode. */
 QV_API int32_t COMM_Icc_WriteDataToCardReader(const uint8_t *data, uint32_t len) QV_NOEXCEPT;
 QV_API int32_t COMM_Icc_ReadDataFromCardReader(uint8_t *out, uint32_t nMax) QV_NOEXCEPT;
 QV_API int32_t COMM_Icc_CardReaderCmd(const uint8_t *data, uint32_t len) QV_NOEXCEPT;
 
 /* Raises a serial link to param->nBaud: switches the reader, reopens the port at the new rate, switches once more.
  * nFlag is not sent. 0; 1 the reader could not be written to; -1 the port could not be reopened (it is closed), or
- * null; -50 other reader mode. */
+ * null; -50 other reader mode. Changes what COMM_Icc_OpenCardReader changes. */
 QV_API int32_t COMM_Icc_CardReaderSynBps(TransPortParam *param, uint32_t nFlag) QV_NOEXCEPT;
 
-/* Sends the escape sequence for param->nBaud, nothing else. 0; -2 null; -50 other reader mode. */
+/* Sends the escape sequence for param->nBaud, nothing else. nFlag is not sent. 0, sent or not; -2 null; -50 other reader
+ * mode. */
 QV_API int32_t COMM_Icc_CardReaderByBaund(TransPortParam *param, uint32_t nFlag) QV_NOEXCEPT;
 
 /* Sends nothing. Always 0. */
