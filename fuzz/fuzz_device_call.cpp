@@ -4,7 +4,8 @@
 // the stream, else it ends in an end byte; bits 2 and 3: the request), size of the pieces, bytes
 //
 // The port is a pseudo-terminal under the name that the call opens, since only a terminal takes its settings. What is
-// written to it ends here, and each read gets the next piece, of at most 16. The call deletes old log files, so this runs in a folder of its own.
+// written to it ends here, and each read gets the next piece, of at most 16. The call deletes old log files, so this
+// runs in a folder of its own.
 
 #include "fuzz_support.h"
 #include "qvreader/devcall.h"

@@ -1,8 +1,8 @@
 // fuzz_stripe_body.cpp - framed replies of the stripe head: the body with all three tracks, and the answers to settings
 // and to a write.
 //
-// input: mode (low 2 bits: read all, separator, read time, write all; bit 2: the bytes are the body of a well-made frame,
-// with the status word of bits 3 and 4), size of the pieces, room for the output, bytes
+// input: mode (low 2 bits: read all, separator, read time, write all; bit 2: the bytes are the body of a well-made
+// frame, with the status word of bits 3 and 4), size of the pieces, room for the output, bytes
 
 #include "fuzz_stripe_line.h"
 #include "qvreader/msr.h"

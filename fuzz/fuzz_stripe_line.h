@@ -1,6 +1,6 @@
-// fuzz_stripe_line.h - a reader's line whose reads are answered from the input: each read gets the next piece, and behind
-// the last one the line has broken, so that no read waits. What is written is kept. One target is one source file: this
-// header defines read(), write() and time() for it.
+// fuzz_stripe_line.h - a reader's line whose reads are answered from the input: each read gets the next piece, and
+// behind the last one the line has broken, so that no read waits. What is written is kept. One target is one source
+// file: this header defines read(), write() and time() for it.
 #pragma once
 
 #include "fuzz_support.h"

@@ -1,8 +1,8 @@
-// fuzz_stripe_reply.cpp - bare replies of the stripe head: single tracks, two tracks, status; and the functions that take
-// them apart.
+// fuzz_stripe_reply.cpp - bare replies of the stripe head: single tracks, two tracks, status; and the functions that
+// take them apart.
 //
-// input: mode (low 3 bits: which read; bit 3: a well-made reply around the bytes; bit 4: its status is "q"), size of the
-// pieces, room for the outputs, bytes
+// input: mode (low 3 bits: which read; bit 3: a well-made reply around the bytes; bit 4: its status is "q"), size of
+// the pieces, room for the outputs, bytes
 
 #include "fuzz_stripe_line.h"
 #include "qvreader/msr.h"

@@ -1,5 +1,5 @@
-// fuzz_stripe_text.cpp - track texts of a host: which characters a track takes, where a text is cut, and the commands made
-// of them.
+// fuzz_stripe_text.cpp - track texts of a host: which characters a track takes, where a text is cut, and the commands
+// made of them.
 //
 // input: which texts are there (3 bits), then the texts, each up to a NUL
 

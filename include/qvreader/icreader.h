@@ -70,8 +70,8 @@ extern QV_API StCardCmdParam stCardCmdParam; /* last card status word */
 
 /* Opens the reader.
  * portName: "/dev..." or "COM..." or "AUX...": a tty path of at most 256 characters; "HID...", "USB..." or "1001...":
- *   USB; "PCSC...": refused. Case counts. Over USB the identities are tried in turn, what is open being closed between two
- *   tries; a USB device that is open already stays, whatever its ids.
+ *   USB; "PCSC...": refused. Case counts. Over USB the identities are tried in turn, what is open being closed between
+ *   two tries; a USB device that is open already stays, whatever its ids.
  * boxPort: "A", "B", "C" or "K" selects a port of an external switch box on a serial link; null or other: none.
  * termType: terminal family; 2 changes the switch-box sequence. reserved: ignored. baud: bits per second of a serial
  *   link; while g_bIcBaundFlag is 1 it opens at 9600 and is then raised to baud, unless a switch-box port was selected.
@@ -87,9 +87,10 @@ QV_API int32_t Dev_Rdz_Ic_OpenPort(const char *portName, const uint8_t *boxPort,
  * COMM_Dev_CloseTransPort changes. */
 QV_API int32_t Dev_Rdz_Ic_ClosePort(void) QV_NOEXCEPT;
 
-/* Adds a USB identity (the low 32 bits of its ids are tried). nIndex: 0 to 9 stores it at that place, tried after the built-in ones, and makes the places 0 to
- * nIndex count; -1: only this identity is tried; it takes place 0 and puts the others out of use. 0; -2 other index
- * (which still ends the only-identity mode). Changes g_Hid, g_nHidNum, g_bIcSetHidFlag, g_bUseSetHid. */
+/* Adds a USB identity (the low 32 bits of its ids are tried). nIndex: 0 to 9 stores it at that place, tried after the
+ * built-in ones, and makes the places 0 to nIndex count; -1: only this identity is tried; it takes place 0 and puts the
+ * others out of use. 0; -2 other index (which still ends the only-identity mode). Changes g_Hid, g_nHidNum,
+ * g_bIcSetHidFlag, g_bUseSetHid. */
 QV_API int32_t Dev_Rdz_Ic_AddHid(int32_t nIndex, uint64_t nPID, uint64_t nVID) QV_NOEXCEPT;
 
 /* Sets g_bIcBaundFlag. Always 0. */
@@ -120,9 +121,10 @@ QV_API int32_t COMM_Icc_OpenCardReader(TransPortParam *param) QV_NOEXCEPT;
  * COMM_Dev_CloseTransPort changes. */
 QV_API int32_t COMM_Icc_CloseCardReader(void) QV_NOEXCEPT;
 
-/* Sends one command in a card frame (data: in, len bytes, at most 508): 0, -1. Reads one reply's body (out: out, at least
- * nMax bytes): bytes, 0, or a negative code; changes gEndChar, the end condition, the status word and the read budget as
- * COMM_Rdz_ReadDataFromReader does. Sends raw bytes (at most 1024): 0, -1. All three: -50 in another reader mode. */
+/* Sends one command in a card frame (data: in, len bytes, at most 508): 0, -1. Reads one reply's body (out: out, at
+ * least nMax bytes): bytes, 0, or a negative code; changes gEndChar, the end condition, the status word and the read
+ * budget as COMM_Rdz_ReadDataFromReader does. Sends raw bytes (at most 1024): 0, -1. All three: -50 in another reader
+ * mode. */
 QV_API int32_t COMM_Icc_WriteDataToCardReader(const uint8_t *data, uint32_t len) QV_NOEXCEPT;
 QV_API int32_t COMM_Icc_ReadDataFromCardReader(uint8_t *out, uint32_t nMax) QV_NOEXCEPT;
 QV_API int32_t COMM_Icc_CardReaderCmd(const uint8_t *data, uint32_t len) QV_NOEXCEPT;
@@ -132,8 +134,8 @@ QV_API int32_t COMM_Icc_CardReaderCmd(const uint8_t *data, uint32_t len) QV_NOEX
  * null; -50 other reader mode. Changes what COMM_Icc_OpenCardReader changes. */
 QV_API int32_t COMM_Icc_CardReaderSynBps(TransPortParam *param, uint32_t nFlag) QV_NOEXCEPT;
 
-/* Sends the escape sequence for param->nBaud, nothing else. nFlag is not sent. 0, sent or not; -2 null; -50 other reader
- * mode. */
+/* Sends the escape sequence for param->nBaud, nothing else. nFlag is not sent. 0, sent or not; -2 null; -50 other
+ * reader mode. */
 QV_API int32_t COMM_Icc_CardReaderByBaund(TransPortParam *param, uint32_t nFlag) QV_NOEXCEPT;
 
 /* Sends nothing. Always 0. */

@@ -2,9 +2,9 @@
  * msr.h - the magnetic-stripe side of the reader: reading and writing tracks 1, 2 and 3 of a swiped card.
  *
  * A host calls one family of the application functions: APP_Msg_ (the engine's codes), Linux_QV_ (TY codes with a
- * Chinese message each) or MS_ (tracks 2 and 3, standard codes). Each of their reads and writes opens the reader, sets it
- * up, waits for the card, closes the reader and keeps nothing; the functions below them are exported for hosts that want
- * the single steps.
+ * Chinese message each) or MS_ (tracks 2 and 3, standard codes). Each of their reads and writes opens the reader, sets
+ * it up, waits for the card, closes the reader and keeps nothing; the functions below them are exported for hosts that
+ * want the single steps.
  *
  * What a host must know:
  *  - Track texts that are written are checked against the character set of their track (track 1: 0x20 to 0x5F, tracks 2
@@ -60,8 +60,8 @@ extern QV_API const uint8_t ucTableTrack23[32];
 /* ---- application: engine codes ------------------------------------------------------------------------------- */
 
 /* Reads the tracks whose buffers are not null: one, 1 and 2, 2 and 3, or all three.
- * portName: "HID", "USB", "1001" or "0": USB; "COM" and a number (COM1 is /dev/ttyS0; 9600 or 115200 baud only); "/dev..."
- *   the path of a tty. Letter case does not count.
+ * portName: "HID", "USB", "1001" or "0": USB; "COM" and a number (COM1 is /dev/ttyS0; 9600 or 115200 baud only);
+ *   "/dev..." the path of a tty. Letter case does not count.
  * channel: "A", "B", "C" or "K" selects a channel on a serial link; null, empty or other: none.
  * baud: bits per second. format: how the stripe is recorded: 1 IBM, 2 ISO-DK, 3 IBM-DK, any other ISO.
  * timeout: how long the reader waits for the card, 1 to 120 seconds.
@@ -72,8 +72,8 @@ QV_API int32_t APP_Msg_ReadMsgCard(const char *portName, const char *channel, ui
                                    uint32_t timeout, char *track1, uint32_t len1, char *track2, uint32_t len2,
                                    char *track3, uint32_t len3) QV_NOEXCEPT;
 
-/* Writes the texts that are not null: one, 1 and 2, 2 and 3, or all three (at most 504 bytes in all three). Otherwise as
- * APP_Msg_ReadMsgCard. track1 to track3: in, NUL-terminated, may be shortened in place.
+/* Writes the texts that are not null: one, 1 and 2, 2 and 3, or all three (at most 504 bytes in all three). Otherwise
+ * as APP_Msg_ReadMsgCard. track1 to track3: in, NUL-terminated, may be shortened in place.
  * An engine code; -6 for no texts, or 1 and 3 without 2; -50 also for a null portName. */
 QV_API int32_t APP_Msg_WriteMsgCard(const char *portName, const char *channel, uint32_t baud, int32_t format,
                                     uint32_t timeout, char *track1, char *track2, char *track3) QV_NOEXCEPT;
@@ -115,8 +115,8 @@ QV_API int32_t TY_Msg_ConvertErr(int32_t code) QV_NOEXCEPT;
 /* ---- application: standard codes ----------------------------------------------------------------------------- */
 
 /* Reads tracks 2 and 3 (mode 23), track 2 (mode 2) or track 3 (mode 3); any other mode reads nothing and gives 0.
- * portName: as above, but exactly "0" is USB, and upper-case "COM" with a number is the path /dev/COM and that number (any
- *   baud). charSet: the recording format.
+ * portName: as above, but exactly "0" is USB, and upper-case "COM" with a number is the path /dev/COM and that number
+ *   (any baud). charSet: the recording format.
  * track2, track3: out, at least 256 bytes each.
  * The engine's code as a standard code.
  * Starts logging into today's file (initDriver); otherwise changes what MSG_QV_ReadData changes. */
@@ -173,7 +173,8 @@ QV_API int32_t ReadTrack123(char *out, uint32_t size) QV_NOEXCEPT;
 
 /* One write command and the judgement of its result. timeout: seconds after which a failed write counts as timed out.
  * 0; -4, -6, -56, -100 see above; -1 not sent (bare); a negative code of the exchange (framed).
- * Changes g_stStartTime, g_stEndTime and the end condition of the transport. The wait is the transport's read time-out. */
+ * Changes g_stStartTime, g_stEndTime and the end condition of the transport. It waits for the
+ * transport's read time-out. */
 QV_API int32_t WriteTrack(uint32_t bFramed, const uint8_t *cmd, uint32_t len, uint32_t timeout) QV_NOEXCEPT;
 
 /* Write texts to the open and prepared reader. Texts are not checked; null: -2, but WriteTrack123 takes it as no data.
@@ -217,10 +218,10 @@ QV_API int32_t tFuncCheckTrackStatusFormat(const uint8_t *reply, int32_t len) QV
 
 /* ---- device layer -------------------------------------------------------------------------------------------- */
 
-/* Opens the reader for stripe work. portName, channel: see APP_Msg_ReadMsgCard; "AUX" and a number names an aux port, of
- * the terminal family termType, which no channel serves: -50. timeout: read time-out, seconds.
- * 0; -2 unknown form of name, or "COM" with another rate than 9600 or 115200; -50 null or empty name, not opened, or the
- * channel not selected (the port is closed).
+/* Opens the reader for stripe work. portName, channel: see APP_Msg_ReadMsgCard; "AUX" and a number names an aux port,
+ * of the terminal family termType, which no channel serves: -50. timeout: read time-out, seconds.
+ * 0; -2 unknown form of name, or "COM" with another rate than 9600 or 115200; -50 null or empty name, not opened, or
+ * the channel not selected (the port is closed).
  * Changes g_MsgParam, g_nMsgHidNum (0 unless the host's identities are in use) and what COMM_Dev_OpenTransPort
  * changes. */
 QV_API int32_t Dev_Rdz_MsgOpenPort(const char *portName, const char *channel, uint32_t baud, uint32_t termType,
@@ -231,8 +232,8 @@ QV_API int32_t Dev_Rdz_MsgOpenPort(const char *portName, const char *channel, ui
 QV_API int32_t Dev_Rdz_MsgClosePort(void) QV_NOEXCEPT;
 
 /* Adds a USB identity. index: 0 to 9 stores it at that place, tried after the built-in ones, and makes the places 0 to
- * index count; -1: only this identity is tried; it takes place 0 and puts the others out of use. 0; -2 other index (which
- * still ends the only-identity mode). Changes g_MsgHid, g_nMsgHidNum, g_bMsgSetHidFlag, g_bOnlyUseSetHid. */
+ * index count; -1: only this identity is tried; it takes place 0 and puts the others out of use. 0; -2 other index
+ * (which still ends the only-identity mode). Changes g_MsgHid, g_nMsgHidNum, g_bMsgSetHidFlag, g_bOnlyUseSetHid. */
 QV_API int32_t Dev_Rdz_Msg_AddHid(int32_t index, uint64_t pid, uint64_t vid) QV_NOEXCEPT;
 
 /* Sets g_bMsgBaundFlag. Always 0. */
@@ -283,8 +284,8 @@ QV_API int32_t COMM_Msg_ReadDataFromCardReader(uint32_t bRaw, uint8_t *buf, uint
 /* Status word of the last framed reply; 0 when busy. */
 QV_API int32_t COMM_Msg_CardReaderGetRecStatus(void) QV_NOEXCEPT;
 
-/* Tells the reader how long to wait for a card; seconds: its low 8 bits. 0: accepted, or not answered at all; -1: another
- * status, or an answer with a body. Leaves g_bIsLinuxHidClearZero 0. */
+/* Tells the reader how long to wait for a card; seconds: its low 8 bits. 0: accepted, or not answered at all; -1:
+ * another status, or an answer with a body. Leaves g_bIsLinuxHidClearZero 0. */
 QV_API int32_t COMM_Msg_RDZSetTimeout(uint32_t seconds) QV_NOEXCEPT;
 
 /* Sets the separator between the tracks of a reply. 0; -2 null or empty (nothing is sent); -55 refused or not

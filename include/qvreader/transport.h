@@ -64,8 +64,8 @@ extern QV_API BackUpParam stBackUpParam; /* all 0 at load; a close leaves it as 
 QV_API int32_t COMM_Dev_OpenTransPort(TransPortParam *pParam) QV_NOEXCEPT;
 QV_API int32_t COMM_Dev_Linux_OpenTransPort(TransPortParam *pParam) QV_NOEXCEPT;
 
-/* Writes len bytes. Bytes written, fewer or 0 when a serial port fails; the transport's negative code (serial and aux -2: no port open, null or nothing to
- * write; USB -50 and -54); -1: no transport was ever opened. */
+/* Writes len bytes. Bytes written, fewer or 0 when a serial port fails; the transport's negative code (serial and aux
+ * -2: no port open, null or nothing to write; USB -50 and -54); -1: no transport was ever opened. */
 QV_API int32_t COMM_Dev_WriteDataToTransPort(const uint8_t *data, uint32_t len) QV_NOEXCEPT;
 QV_API int32_t COMM_Dev_Linux_WriteDataToTransPort(const uint8_t *data, uint32_t len) QV_NOEXCEPT;
 
@@ -211,8 +211,8 @@ QV_API int32_t COMM_Com_ReadLinuxAux(uint8_t *buf, uint32_t nMaxLen, int32_t nTi
  * bAuxPrefix: 1: ESC "[2l" goes behind. Always 0. Changes g_AuxFd; g_AuxOp.nTermType becomes 1 where it was unknown. */
 QV_API int32_t COMM_Com_CloseLinuxAux(uint32_t bAuxPrefix) QV_NOEXCEPT;
 
-/* The first half of it: sends the close sequence. bAuxPrefix: 1: ESC "[2l" goes behind. Always 0, whether or not it could
- * be sent. g_AuxOp.nTermType becomes 1 where it was unknown. */
+/* The first half of it: sends the close sequence. bAuxPrefix: 1: ESC "[2l" goes behind. Always 0, whether or not it
+ * could be sent. g_AuxOp.nTermType becomes 1 where it was unknown. */
 QV_API int32_t COMM_Com_CloseAuxPort(uint32_t bAuxPrefix) QV_NOEXCEPT;
 
 /* Open and close sequences of each family, as NUL-terminated text. port, baud: as nAuxPort, nBaud above.
@@ -253,10 +253,10 @@ extern QV_API EndpointInfo g_outep;            /* likewise */
 extern QV_API uint32_t g_bIsLinuxHidClearZero; /* 1 at load: strip the zero padding of each received report */
 
 /* Opens the first device of these ids, resets it and claims its reader interface: the only one where there is one, the
- * first of vendor 0x2B46 product 0xBE11, the second of any other. nVID, nPID: compared as 32 bits. While a device is open
- * it returns 0 and keeps that one, whatever the ids. The reset takes the reader away from any other program that holds it through libusb: make sure there is none.
- * 0; -50 no such device; -3 it would not open, has no configuration or its interface could not be claimed.
- * Changes m_targetDev, m_devs, m_handle, g_inep, g_outep. */
+ * first of vendor 0x2B46 product 0xBE11, the second of any other. nVID, nPID: compared as 32 bits. While a device is
+ * open it returns 0 and keeps that one, whatever the ids. The reset takes the reader away from any other program that
+ * holds it through libusb: make sure there is none. 0; -50 no such device; -3 it would not open, has no configuration
+ * or its interface could not be claimed. Changes m_targetDev, m_devs, m_handle, g_inep, g_outep. */
 QV_API int32_t COMM_Hid_OpenLinuxUsbLibHid(uint32_t nVID, uint32_t nPID) QV_NOEXCEPT;
 
 /* Closes the device; without one it does nothing. Always 0. Changes m_targetDev, m_devs, m_handle. */
@@ -269,9 +269,9 @@ QV_API int32_t COMM_Hid_WriteLinuxUsbLibHid(const uint8_t *data, uint32_t len) Q
 
 /* Reads until end (may be null) says complete, nMax bytes have come, nTimeOut seconds are exceeded or a cancel comes.
  * buf: out, at least nMax bytes. nTimeOut: whole seconds, strictly exceeded; below 1 it waits 2000 seconds.
- * A full buffer ends the read without asking end. Length of the reply up to its last byte that is not zero, also of a full
- * buffer; 0 for a time-out, a cancel, or a device that is gone (until the time-out), what came before stays in buf; -50:
- * not open or null. The device must not be closed while it runs. */
+ * A full buffer ends the read without asking end. Length of the reply up to its last byte that is not zero, also of a
+ * full buffer; 0 for a time-out, a cancel, or a device that is gone (until the time-out), what came before stays in
+ * buf; -50: not open or null. The device must not be closed while it runs. */
 QV_API int32_t COMM_Hid_ReadLinuxUsbLibHid(uint8_t *buf, uint32_t nMax, int32_t nTimeOut,
                                            EndConditionFn end) QV_NOEXCEPT;
 

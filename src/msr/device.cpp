@@ -1,5 +1,5 @@
-// device.cpp - the open reader as the stripe side sees it: commands in frames 01 ... 04 or bare, and the settings of the
-// head (read time, separator, recording format, reset, channel).
+// device.cpp - the open reader as the stripe side sees it: commands in frames 01 ... 04 or bare, and the settings of
+// the head (read time, separator, recording format, reset, channel).
 //
 // A cancel goes down to the running read.
 

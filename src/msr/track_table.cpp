@@ -1,4 +1,5 @@
-// track_table.cpp - which characters a track can hold, and how they are recorded (ISO 7811: 6 or 4 bits and odd parity).
+// track_table.cpp - which characters a track can hold, and how they are recorded (ISO 7811: 6 or 4 bits and odd
+// parity).
 
 #include "device.h"
 #include "log.h"

@@ -1,4 +1,5 @@
-// tracks.cpp - what reading and writing a card have in common: the reader's life around them, the status request, cancel.
+// tracks.cpp - what reading and writing a card have in common: the reader's life around them, the status request,
+// cancel.
 
 #include "tracks.h"
 
