@@ -78,13 +78,12 @@ void checkReadAll(qvfuzz::StripeLine &line, size_t nRoom)
         QV_HOLDS(out.intactBehind(nRet == 0 ? nRoom : 0));
         return;
     }
-    const std::string sText = beforeNul(reply.sBody);
-    const std::string sShown = nRoom == 0 ? "" : sText.substr(0, nRoom - 1);
+    const std::string sShown = nRoom == 0 ? "" : reply.sBody.substr(0, nRoom - 1);
     QV_HOLDS(out.intactBehind(nRoom));
     const auto got = out.first(nRoom);
     for (size_t i = 0; i < nRoom; ++i)
         QV_HOLDS(got[i] == (i < sShown.size() ? static_cast<uint8_t>(sShown[i]) : 0));
-    checkSplit(sText);
+    checkSplit(beforeNul(reply.sBody));
 }
 
 void checkSetting(qvfuzz::StripeLine &line, bool bSeparator)

@@ -11,29 +11,39 @@
  *    and 3: "0" to "?") and CUT IN PLACE at the first character outside it, also a text that the mode does not write.
  *    Only a bad first character is refused.
  *  - Success of a write is the reader's word; nothing is read back.
- *  - Over USB use one or two tracks. The commands for all three (and the settings before them) travel in frames, and
- *    these end there by time-out only, because zeros are not stripped from reports: a read of three tracks gives empty
- *    tracks with result 0.
- *  - A cancel that comes while nothing waits is lost.
+ *  - Over USB read and write one or two tracks. The commands for all three travel in frames, which end there by
+ *    time-out only, because zeros are not stripped from reports: reading three gives empty tracks and writing three
+ *    gives success, both with result 0, whatever the reader says.
+ *  - Over USB a read that times out or is cancelled gives -4; so does, on every channel, a write whose card does not
+ *    come (unless the reader itself reports the fault), and a cancel while the result of a read or write is asked for.
+ *  - A cancel that comes while nothing waits is lost. One that meets a setting ends that setting only; the wait for the
+ *    card follows all the same.
+ *  - A call lasts at most the time-out and about 1 second for the card, and up to 3 seconds for each of the other
+ *    exchanges (read time, separator, status) that is not answered.
+ *  - Reads and writes leave channel "A" selected. They close what is open, also when they could not open anything: a
+ *    host that has the IC side open loses it.
  *  - Log lines of this side contain card data.
  *
  * Engine codes (MSG_QV_, APP_Msg_), and what the other families make of them:
  *
  *     engine                                                          TY      standard
- *        0   success                                                   0          0
+ *        0   success; also another status word without a body          0          0
  *       -2   time-out outside 1 to 120; bad text; buffers or port     -9        -10
  *       -4   the reply or the status is not as it should be           -4         -6
  *       -5   read fault                                               -5        -99
  *       -6   write fault; no usable texts                             -6        -99
  *       -9   no data on the card                                     -10        -99
  *      -50   the reader could not be opened                           -1        -99
- *      -54   a command could not be sent                              -2        -99
+ *      -54   a command could not be sent, or does not fit a frame     -2        -99
  *      -55   read failed; separator not accepted                      -3        -99
  *      -56   time-out                                                 -8        -99
  *      -57   cancelled                                                -7        -99
- *     -100   write refused with another status                      -100        -99
- *       -1   (a command without a reply could not be sent)          -100         -3
- *       above 0   read of three tracks: reply with another status     same      -99
+ *     -100   write refused with another status word                 -100        -99
+ *       -1   a write command could not be sent                      -100         -3
+ *       above 0   another status word and a body of that many bytes  same        -99
+ *     other                                                         -100        -99
+ *
+ * The standard set also knows -3 (-11), -7 (-23) and -8 (-2), which the engine does not give.
  */
 #ifndef QVREADER_MSR_H
 #define QVREADER_MSR_H
@@ -52,8 +62,9 @@ extern QV_API int32_t g_bMsgSetHidFlag;  /* 1: the host's identities are tried a
 extern QV_API int32_t g_bOnlyUseSetHid;  /* 1: only the one identity added with index -1 is tried */
 extern QV_API int32_t g_bMsgBaundFlag;   /* 1: a close at another rate than 9600 pauses 100 ms first */
 
-/* Character and recording code, pair after pair: track 1 from 0x20, tracks 2 and 3 from "0". "]" has no pair, so that
- * the last three characters of track 1 are recorded with the code of their successor. */
+/* Character and recording code, pair after pair: track 1 from 0x20, tracks 2 and 3 from "0". The tables say what a
+ * text may hold; the reader does the coding. "]" has no pair: it shows the code of "^", which shows the one of "_",
+ * which shows 0. */
 extern QV_API const uint8_t ucTableTrack1[128];
 extern QV_API const uint8_t ucTableTrack23[32];
 
@@ -72,8 +83,9 @@ QV_API int32_t APP_Msg_ReadMsgCard(const char *portName, const char *channel, ui
                                    uint32_t timeout, char *track1, uint32_t len1, char *track2, uint32_t len2,
                                    char *track3, uint32_t len3) QV_NOEXCEPT;
 
-/* Writes the texts that are not null: one, 1 and 2, 2 and 3, or all three (at most 504 bytes in all three). Otherwise
- * as APP_Msg_ReadMsgCard. track1 to track3: in, NUL-terminated, may be shortened in place.
+/* Writes the texts that are not null: one, 1 and 2, 2 and 3, or all three. Otherwise as APP_Msg_ReadMsgCard.
+ * track1 to track3: in, NUL-terminated, may be shortened in place; together at most 1018 bytes, all three 504, and over
+ * USB what five reports hold less 6 (64-byte reports: 314), beyond which a part of the command goes out.
  * An engine code; -6 for no texts, or 1 and 3 without 2; -50 also for a null portName. */
 QV_API int32_t APP_Msg_WriteMsgCard(const char *portName, const char *channel, uint32_t baud, int32_t format,
                                     uint32_t timeout, char *track1, char *track2, char *track3) QV_NOEXCEPT;
@@ -105,47 +117,50 @@ QV_API int32_t Linux_QV_CancelReadMsgCard(void) QV_NOEXCEPT;
 QV_API int32_t Linux_QV_MSG_AddHID(int32_t index, const char *pid, const char *vid) QV_NOEXCEPT;
 
 /* The message of a TY code, in GBK. message: out, at least 128 bytes, zeroed by the caller: no NUL is written behind
- * the message of a known code. 0; -2 null. */
+ * the message of a known code. Any other code has a message, too, with its NUL. 0; -2 null. */
 QV_API int32_t TY_MsgGetErrMessage(int32_t code, char *message) QV_NOEXCEPT;
 QV_API int32_t QV_MsgGetErrCodeMessage(int32_t code, char *message) QV_NOEXCEPT;
 
-/* The TY code of an engine code; 1 and above stay. */
+/* The TY code of an engine code; 1 and above stay, what is not in the table above gives -100. */
 QV_API int32_t TY_Msg_ConvertErr(int32_t code) QV_NOEXCEPT;
 
 /* ---- application: standard codes ----------------------------------------------------------------------------- */
 
 /* Reads tracks 2 and 3 (mode 23), track 2 (mode 2) or track 3 (mode 3); any other mode reads nothing and gives 0.
- * portName: as above, but exactly "0" is USB, and upper-case "COM" with a number is the path /dev/COM and that number
- *   (any baud). charSet: the recording format.
- * track2, track3: out, at least 256 bytes each.
- * The engine's code as a standard code.
+ * portName: as above, except that upper-case "COM" and a number is the path /dev/COM with that number (any baud),
+ *   unless the name has 16 characters or more. charSet: the recording format.
+ * track2, track3: out, at least 256 bytes each; mode 23 with one of them null does the other alone.
+ * The engine's code as a standard code: -10 for no buffers or a null portName.
  * Starts logging into today's file (initDriver); otherwise changes what MSG_QV_ReadData changes. */
 QV_API int32_t MS_ReadCard(const char *portName, const char *channel, uint32_t baud, uint32_t timeout, int32_t mode,
                            int32_t charSet, char *track2, char *track3) QV_NOEXCEPT;
 
-/* Writes the same tracks; track2, track3: in, NUL-terminated, may be shortened in place. Otherwise as MS_ReadCard. */
+/* Writes the same tracks; track2, track3: in, NUL-terminated, may be shortened in place. Otherwise as MS_ReadCard, but
+ * -99 for no texts or a null portName. */
 QV_API int32_t MS_WriteCard(const char *portName, const char *channel, uint32_t baud, uint32_t timeout, int32_t mode,
                             int32_t charSet, char *track2, char *track3) QV_NOEXCEPT;
 
-/* The standard code of an engine code. */
+/* The standard code of an engine code; -99 for what is not in the table above. */
 QV_API int32_t GetStandardErrorCode_MAG(int32_t code) QV_NOEXCEPT;
 
 /* ---- engine -------------------------------------------------------------------------------------------------- */
 
 /* Reads a card. device: the port name; extPort: channel text; see APP_Msg_ReadMsgCard. termType: terminal family, for
- * aux ports only. mode: 1, 2, 3, 12, 23 or 123; any other opens and closes the reader and reads nothing.
+ * aux ports only. mode: 1, 2, 3, 12, 23 or 123; any other opens the reader, sets it up, reads nothing and closes it.
  * timeout: 1 to 120 seconds. track1 to track3: out, each at least its length in bytes; any may be null. A success fills
  * the buffers of the mode's tracks (the track, cut to fit, and NULs); otherwise they stay.
- * An engine code. The read waits for at most 1 second more than timeout.
+ * An engine code.
  * Changes g_MsgParam, g_nMsgHidNum, g_stStartTime, gEndChar, the end condition and the read time-out of stBackUpParam,
- * g_bIsLinuxHidClearZero (0 when it is left), the status word, and what COMM_Dev_OpenTransPort changes. */
+ * g_bIsLinuxHidClearZero (0 when it is left), stRDZ73xx, and what COMM_Dev_OpenTransPort and COMM_Dev_CloseTransPort
+ * change. */
 QV_API int32_t MSG_QV_ReadData(const char *device, uint32_t baud, const char *extPort, int32_t format,
                                uint32_t termType, int32_t mode, uint32_t timeout, char *track1, uint32_t len1,
                                char *track2, uint32_t len2, char *track3, uint32_t len3) QV_NOEXCEPT;
 
 /* Writes a card. Texts: in, NUL-terminated; one that the mode does not write may be null; all are checked and may be
  * shortened in place. Other parameters and changes as MSG_QV_ReadData, and g_stEndTime.
- * An engine code; -2 also for a missing text (nothing is opened), and for a text too long for a command. */
+ * An engine code; -2 also for a missing text (nothing is opened), and for texts too long for any command; -54 for all
+ * three together beyond a frame. */
 QV_API int32_t MSG_QV_WriteData(const char *device, uint32_t baud, const char *extPort, int32_t format,
                                 uint32_t termType, int32_t mode, uint32_t timeout, char *track1, char *track2,
                                 char *track3) QV_NOEXCEPT;
@@ -159,7 +174,8 @@ QV_API int32_t MSG_QV_CancelRead(void) QV_NOEXCEPT;
 /* One read command and the judgement of its reply. cmd: in, len bytes. bFramed 1: in a frame; otherwise bare, and the
  * reader is asked for its status. reply: out, size bytes: the frame's body, or the bare reply.
  * 0; -4, -5, -9 see above; bytes of the body when a frame carries another status; a negative code of the exchange.
- * Changes the end condition of the transport and, when bare, its read time-out (2 seconds). */
+ * Changes the end condition of the transport, stRDZ73xx.gStatus, when framed gEndChar, when bare the read time-out
+ * (what is left of 2 seconds): renew it before the next read. */
 QV_API int32_t ReadTrack(uint32_t bFramed, const uint8_t *cmd, uint32_t len, uint8_t *reply, uint32_t size) QV_NOEXCEPT;
 
 /* Read tracks from the open and prepared reader. out: out, size bytes, the track with NULs behind it, cut to fit; left
@@ -173,8 +189,8 @@ QV_API int32_t ReadTrack123(char *out, uint32_t size) QV_NOEXCEPT;
 
 /* One write command and the judgement of its result. timeout: seconds after which a failed write counts as timed out.
  * 0; -4, -6, -56, -100 see above; -1 not sent (bare); a negative code of the exchange (framed).
- * Changes g_stStartTime, g_stEndTime and the end condition of the transport. It waits for the
- * transport's read time-out. */
+ * It waits for the transport's read time-out. Changes g_stStartTime, g_stEndTime, the end condition of the transport,
+ * stRDZ73xx.gStatus, and when framed gEndChar. */
 QV_API int32_t WriteTrack(uint32_t bFramed, const uint8_t *cmd, uint32_t len, uint32_t timeout) QV_NOEXCEPT;
 
 /* Write texts to the open and prepared reader. Texts are not checked; null: -2, but WriteTrack123 takes it as no data.
@@ -222,8 +238,9 @@ QV_API int32_t tFuncCheckTrackStatusFormat(const uint8_t *reply, int32_t len) QV
  * of the terminal family termType, which no channel serves: -50. timeout: read time-out, seconds.
  * 0; -2 unknown form of name, or "COM" with another rate than 9600 or 115200; -50 null or empty name, not opened, or
  * the channel not selected (the port is closed).
- * Changes g_MsgParam, g_nMsgHidNum (0 unless the host's identities are in use) and what COMM_Dev_OpenTransPort
- * changes. */
+ * Changes g_MsgParam, g_nMsgHidNum (1 while g_bOnlyUseSetHid is 1, 0 unless the host's identities are in use) and what
+ * COMM_Rdz_OpenReader and COMM_Dev_OpenTransPort change; a null or empty name changes nothing. What is open is closed
+ * after each identity that could not be opened. */
 QV_API int32_t Dev_Rdz_MsgOpenPort(const char *portName, const char *channel, uint32_t baud, uint32_t termType,
                                    int32_t timeout) QV_NOEXCEPT;
 
@@ -231,9 +248,10 @@ QV_API int32_t Dev_Rdz_MsgOpenPort(const char *portName, const char *channel, ui
  * was ever opened. */
 QV_API int32_t Dev_Rdz_MsgClosePort(void) QV_NOEXCEPT;
 
-/* Adds a USB identity. index: 0 to 9 stores it at that place, tried after the built-in ones, and makes the places 0 to
- * index count; -1: only this identity is tried; it takes place 0 and puts the others out of use. 0; -2 other index
- * (which still ends the only-identity mode). Changes g_MsgHid, g_nMsgHidNum, g_bMsgSetHidFlag, g_bOnlyUseSetHid. */
+/* Adds a USB identity (the low 32 bits of its ids are tried). index: 0 to 9 stores it at that place, tried after the
+ * built-in ones, and makes the places 0 to index count; -1: only this identity is tried; it takes place 0 and puts the
+ * others out of use. 0; -2 other index (which still ends the only-identity mode). Changes g_MsgHid, g_nMsgHidNum,
+ * g_bMsgSetHidFlag, g_bOnlyUseSetHid. */
 QV_API int32_t Dev_Rdz_Msg_AddHid(int32_t index, uint64_t pid, uint64_t vid) QV_NOEXCEPT;
 
 /* Sets g_bMsgBaundFlag. Always 0. */
@@ -244,10 +262,10 @@ QV_API int32_t Dev_Rdz_MsgCancel(void) QV_NOEXCEPT;
 QV_API int32_t COMM_Msg_Cancel(void) QV_NOEXCEPT;
 
 /* Tells the reader how long to wait for a card (see COMM_Msg_RDZSetTimeout). On success the read time-out becomes
- * seconds, otherwise it is what is left of 2. 0, -1. */
+ * seconds, otherwise it is what is left of 2. 0, -1. Changes what COMM_Msg_RDZSetTimeout changes. */
 QV_API int32_t Dev_Rdz_MsgSetReadTrackTime(uint32_t seconds) QV_NOEXCEPT;
 
-/* Sets the separator (see COMM_Msg_RDZSetSeparator); the read time-out becomes 2. 0; -2; -55. */
+/* Sets the separator (see COMM_Msg_RDZSetSeparator); the read time-out becomes what is left of 2. 0; -2; -55. */
 QV_API int32_t Dev_Rdz_MsgSetSeparator(const char *separator) QV_NOEXCEPT;
 
 /* Reset the head / select a channel by its letter. Both always give -1, sent or not. */
@@ -256,7 +274,7 @@ QV_API int32_t Dev_Rdz_MsgSetBp(uint8_t channel) QV_NOEXCEPT;
 
 /* One command and its reply. bRaw 1: bare, read until the installed end condition is met; otherwise in a frame 0x01 ...
  * 0x04. bFramedRead: handed to COMM_Rdz_SendAndReciveData unless bare. reply: out, replySize bytes; null: no reply is
- * awaited. As COMM_Rdz_SendAndReciveData. */
+ * awaited. Results and changes of COMM_Rdz_SendAndReciveData. */
 QV_API int32_t Dev_Rdz_MsgSendAndReciveData(uint32_t bFramedRead, uint32_t bRaw, const uint8_t *cmd, uint32_t len,
                                             uint8_t *reply, uint32_t replySize) QV_NOEXCEPT;
 
@@ -285,11 +303,12 @@ QV_API int32_t COMM_Msg_ReadDataFromCardReader(uint32_t bRaw, uint8_t *buf, uint
 QV_API int32_t COMM_Msg_CardReaderGetRecStatus(void) QV_NOEXCEPT;
 
 /* Tells the reader how long to wait for a card; seconds: its low 8 bits. 0: accepted, or not answered at all; -1:
- * another status, or an answer with a body. Leaves g_bIsLinuxHidClearZero 0. */
+ * another status, or an answer with a body. Leaves g_bIsLinuxHidClearZero 0 and changes what an exchange in a frame
+ * changes (gEndChar, end condition, status word). */
 QV_API int32_t COMM_Msg_RDZSetTimeout(uint32_t seconds) QV_NOEXCEPT;
 
-/* Sets the separator between the tracks of a reply. 0; -2 null or empty (nothing is sent); -55 refused or not
- * answered. */
+/* Sets the separator between the tracks of a reply. 0 (over USB also when it is not answered); -2 null or empty
+ * (nothing is sent); -55 refused or not answered. Changes what an exchange in a frame changes. */
 QV_API int32_t COMM_Msg_RDZSetSeparator(const char *separator) QV_NOEXCEPT;
 
 /* As Dev_Rdz_MsgSetBp and Dev_Rdz_MsgReset. */

@@ -1,18 +1,19 @@
 // api.cpp - what a host calls: three families over one engine.
 //
-//     APP_Msg_    any tracks that it reads, the engine's codes
+//     APP_Msg_    the tracks whose buffers or texts are given, the engine's codes
 //     Linux_QV_   the same without a channel, TY codes
 //     MS_         tracks 2 and 3, port names of its own, standard codes
 
-#include "device.h"
+#include "tracks.h"
 
-#include "bounded_text.h"
 #include "log.h"
 
+#include <algorithm>
 #include <array>
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 
 using qv::kLogAppMsg;
 
@@ -41,50 +42,37 @@ const char *shown(const char *pszText) noexcept
     return pszText == nullptr ? "" : pszText;
 }
 
-// Port names of the MS_ functions. A name that does not fit the field passes as it is.
-class MsPortName {
-  public:
-    explicit MsPortName(const char *pszName) noexcept : m_pszName(pszName)
-    {
-        if (pszName == nullptr || strnlen(pszName, nFieldSize) == nFieldSize)
-            return;
-        if (std::strcmp(pszName, "0") == 0)
-            use("1001");
-        else if (std::strncmp(pszName, "COM", nNumberAt) == 0)
-            std::snprintf(take(), m_aField.size(), "/dev/COM%d", std::atoi(pszName + nNumberAt));
-    }
-    const char *get() const noexcept { return m_pszName; }
+// "/dev/COM" and any number.
+using PortName = std::array<char, 32>;
 
-  private:
-    static constexpr size_t nNumberAt = 3;
-    static constexpr size_t nFieldSize = 16; // of names that are mapped, with their NUL
-
-    void use(const char *pszText) noexcept { qv::copyText({take(), m_aField.size()}, pszText); }
-    char *take() noexcept
-    {
-        m_pszName = m_aField.data();
-        return m_aField.data();
-    }
-
-    std::array<char, 32> m_aField{}; // "/dev/COM" and any number
-    const char *m_pszName;
-};
-
-// The tracks of an MS_ mode; both false: nothing to do.
-struct MsTracks {
-    bool b2, b3;
-};
-constexpr MsTracks tracksOf(int32_t nMode) noexcept
+// A port name of the MS_ functions as the engine knows it. Names are mapped in a field of 16 bytes; one that does not
+// fit passes as it is.
+const char *mapPortName(const char *pszName, PortName &field) noexcept
 {
-    return {nMode == 2 || nMode == 23, nMode == 3 || nMode == 23};
+    constexpr size_t nNameMax = 15;
+    constexpr size_t nNumberAt = 3; // behind "COM"
+    if (pszName == nullptr || strnlen(pszName, nNameMax + 1) > nNameMax)
+        return pszName;
+    if (std::strcmp(pszName, "0") == 0)
+        return "1001";
+    if (std::strncmp(pszName, "COM", nNumberAt) != 0)
+        return pszName;
+    std::snprintf(field.data(), field.size(), "/dev/COM%d", std::atoi(pszName + nNumberAt));
+    return field.data();
+}
+
+// Modes of the MS_ functions: track 2, track 3, or both; any other does nothing.
+bool isMsMode(int32_t nMode) noexcept
+{
+    return nMode == 2 || nMode == 3 || nMode == 23;
 }
 
 void logStart(const char *pszPort, const char *pszChannel, uint32_t nBaud, uint32_t nTimeOut, int32_t nMode,
               int32_t nCharSet) noexcept
 {
     // Reading and writing both log under the name of the read.
-    QV_LOG(kLogAppMsg, "func:MS_ReadCard,nPortNo=%s,extendPort=%s,nBaudRate=%d,nTimeout=%d\n", shown(pszPort),
-           shown(pszChannel), static_cast<int>(nBaud), static_cast<int>(nTimeOut));
+    QV_LOG(kLogAppMsg, "func:MS_ReadCard,nPortNo=%.*s,extendPort=%.*s,nBaudRate=%d,nTimeout=%d\n", nLoggedText,
+           shown(pszPort), nLoggedText, shown(pszChannel), static_cast<int>(nBaud), static_cast<int>(nTimeOut));
     QV_LOG(kLogAppMsg, "nMode=%d,nCharSet=%d\n", nMode, nCharSet);
 }
 
@@ -112,7 +100,7 @@ int32_t APP_Msg_ReadMsgCard(const char *portName, const char *channel, uint32_t 
     QV_LOG(kLogAppMsg, "[%s] Start ", __func__);
     const int32_t nMode = modeOf(track1, track2, track3);
     if (portName == nullptr || nMode == 0) {
-        QV_LOG(kLogAppMsg, portName == nullptr ? "no port name" : "no buffers, or tracks 1 and 3 without 2");
+        QV_LOG(kLogAppMsg, "%s", portName == nullptr ? "no port name" : "no buffers, or tracks 1 and 3 without 2");
         return RET_PUB_INVAL_PARAM;
     }
     clear(track1, len1);
@@ -187,13 +175,12 @@ int32_t MS_ReadCard(const char *portName, const char *channel, uint32_t baud, ui
 {
     initDriver();
     logStart(portName, channel, baud, timeout, mode, charSet);
-    const MsPortName port(portName);
-    const MsTracks wanted = tracksOf(mode);
+    PortName field;
     int32_t nRet = 0;
-    if (wanted.b2 || wanted.b3)
-        nRet =
-            APP_Msg_ReadMsgCard(port.get(), channel, baud, charSet, timeout, nullptr, 0, wanted.b2 ? track2 : nullptr,
-                                nMsTrackSize, wanted.b3 ? track3 : nullptr, nMsTrackSize);
+    if (isMsMode(mode))
+        nRet = APP_Msg_ReadMsgCard(mapPortName(portName, field), channel, baud, charSet, timeout, nullptr, 0,
+                                   qv::isInMode(mode, 2) ? track2 : nullptr, nMsTrackSize,
+                                   qv::isInMode(mode, 3) ? track3 : nullptr, nMsTrackSize);
     QV_LOG(kLogAppMsg, "MS_ReadCard End,nRet=%d,szTrack2data=%.*s,szTrack3data=%.*s\n", nRet, nLoggedText,
            shown(track2), nLoggedText, shown(track3));
     return GetStandardErrorCode_MAG(nRet);
@@ -205,12 +192,11 @@ int32_t MS_WriteCard(const char *portName, const char *channel, uint32_t baud, u
     initDriver();
     logStart(portName, channel, baud, timeout, mode, charSet);
     QV_LOG(kLogAppMsg, "szTrack2data=%.*s,szTrack3data=%.*s\n", nLoggedText, shown(track2), nLoggedText, shown(track3));
-    const MsPortName port(portName);
-    const MsTracks wanted = tracksOf(mode);
+    PortName field;
     int32_t nRet = 0;
-    if (wanted.b2 || wanted.b3)
-        nRet = APP_Msg_WriteMsgCard(port.get(), channel, baud, charSet, timeout, nullptr, wanted.b2 ? track2 : nullptr,
-                                    wanted.b3 ? track3 : nullptr);
+    if (isMsMode(mode))
+        nRet = APP_Msg_WriteMsgCard(mapPortName(portName, field), channel, baud, charSet, timeout, nullptr,
+                                    qv::isInMode(mode, 2) ? track2 : nullptr, qv::isInMode(mode, 3) ? track3 : nullptr);
     QV_LOG(kLogAppMsg, "MS_ReadCard End,nRet=%d\n", nRet);
     return GetStandardErrorCode_MAG(nRet);
 }

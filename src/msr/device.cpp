@@ -7,7 +7,6 @@
 #include "log.h"
 
 #include <array>
-#include <iterator>
 
 using qv::kLogCommDev;
 
@@ -17,16 +16,11 @@ constexpr uint32_t nFirstWord = 170;
 constexpr int32_t nDefaultTimeOut = 2; // seconds
 constexpr size_t nReplySize = 1024;    // of the answers to settings
 
-// What was opened last.
-struct StripeReader {
-    uint32_t nBusy;
-    int32_t nTimeOut;
-};
-StripeReader s_reader = {};
+uint32_t s_nBusy = 0; // of the record that was opened last
 
 bool isBusy() noexcept
 {
-    return s_reader.nBusy != 0;
+    return s_nBusy != 0;
 }
 
 // Markers of a stripe frame, or none.
@@ -35,7 +29,7 @@ struct Markers {
 };
 constexpr Markers markers(uint32_t bRaw) noexcept
 {
-    return bRaw == qv::bRaw ? Markers{0, 0} : Markers{qv::ucStripeHead, qv::ucStripeEnd};
+    return bRaw == qv::kBare ? Markers{0, 0} : Markers{qv::ucStripeHead, qv::ucStripeEnd};
 }
 
 struct Command {
@@ -45,7 +39,7 @@ struct Command {
 
 int32_t sendBare(const Command &command) noexcept
 {
-    return Dev_Rdz_MsgSendData(qv::bRaw, command.aBytes.data(), command.nLen);
+    return Dev_Rdz_MsgSendData(qv::kBare, command.aBytes.data(), command.nLen);
 }
 
 // How the reset and the channel selection tell their result; a send gives 0 or -1, so that both always give -1.
@@ -117,7 +111,7 @@ int32_t COMM_Msg_OpenCardReader(TransPortParam *param) noexcept
     }
     const int32_t nRet = COMM_Rdz_OpenReader(param);
     if (nRet == 0)
-        s_reader = {param->nWord4, param->nTimeOut};
+        s_nBusy = param->nWord4;
     return nRet;
 }
 
@@ -139,7 +133,7 @@ int32_t COMM_Msg_ReadDataFromCardReader(uint32_t bRaw, uint8_t *buf, uint32_t le
     if (isBusy())
         return qv::nNotOpened;
     const Markers frame = markers(bRaw);
-    return COMM_Rdz_ReadDataFromReader(bRaw == qv::bRaw ? 0 : 1, frame.cHead, frame.cEnd, buf, len);
+    return COMM_Rdz_ReadDataFromReader(bRaw == qv::kBare ? 0 : 1, frame.cHead, frame.cEnd, buf, len);
 }
 
 int32_t COMM_Msg_CardReaderGetRecStatus(void) noexcept
@@ -154,13 +148,13 @@ int32_t COMM_Msg_RDZSetTimeout(uint32_t seconds) noexcept
     std::array<uint8_t, nReplySize> reply;
     COMM_Rdz_SetHidClearZero(1);
     const int32_t nExchanged =
-        Dev_Rdz_MsgSendAndReciveData(1, qv::bFramed, command.aBytes.data(), command.nLen, reply.data(), reply.size());
+        Dev_Rdz_MsgSendAndReciveData(1, qv::kInFrame, command.aBytes.data(), command.nLen, reply.data(), reply.size());
     const int32_t nRet = settingResult(nExchanged);
     COMM_Rdz_SetHidClearZero(0);
     if (nExchanged < 0)
         QV_LOG(kLogCommDev, "no answer to the read time (%d), taken as set", nExchanged);
     else if (nRet != 0)
-        QV_LOG(kLogCommDev, "the read time was refused, %d bytes of body", nExchanged);
+        QV_LOG(kLogCommDev, "the read time was refused (%d)", nExchanged);
     return nRet;
 }
 
@@ -170,12 +164,12 @@ int32_t COMM_Msg_RDZSetSeparator(const char *separator) noexcept
     uint32_t nLen = 0;
     const int32_t nBuilt = Instr_Msg_SetSeparator(separator, command.data(), &nLen);
     if (nBuilt != 0) {
-        QV_LOG(kLogCommDev, "no separator, or one that is too long");
+        QV_LOG(kLogCommDev, "no separator that fits (%d)", nBuilt);
         return nBuilt;
     }
     std::array<uint8_t, nReplySize> reply;
     const int32_t nExchanged =
-        Dev_Rdz_MsgSendAndReciveData(1, qv::bFramed, command.data(), nLen, reply.data(), reply.size());
+        Dev_Rdz_MsgSendAndReciveData(1, qv::kInFrame, command.data(), nLen, reply.data(), reply.size());
     if (nExchanged >= 0 && COMM_Msg_CardReaderGetRecStatus() == 0)
         return 0;
     QV_LOG(kLogCommDev, "the separator was not accepted (%d)", nExchanged);
@@ -248,7 +242,7 @@ int32_t Dev_Rdz_MsgSendAndReciveData(uint32_t bFramedRead, uint32_t bRaw, const 
                                      uint8_t *reply, uint32_t replySize) noexcept
 {
     const Markers frame = markers(bRaw);
-    return COMM_Rdz_SendAndReciveData(bRaw == qv::bRaw ? 0 : bFramedRead, frame.cHead, frame.cEnd, cmd, len, reply,
+    return COMM_Rdz_SendAndReciveData(bRaw == qv::kBare ? 0 : bFramedRead, frame.cHead, frame.cEnd, cmd, len, reply,
                                       replySize);
 }
 

@@ -1,4 +1,4 @@
-// device.h - what the files of this room share.
+// device.h - stripe frames and command sizes, and where a reply is judged: for the files of this room.
 #pragma once
 
 #include "qvreader/msr.h"
@@ -14,8 +14,11 @@ namespace qv {
 inline constexpr uint8_t ucStripeHead = 0x01;
 inline constexpr uint8_t ucStripeEnd = 0x04;
 
-inline constexpr uint32_t bRaw = 1;    // sent as it is
-inline constexpr uint32_t bFramed = 0; // sent in a stripe frame
+// How a command travels: the raw flag of the device layer.
+enum Travel : uint32_t {
+    kInFrame = 0,
+    kBare = 1,
+};
 
 inline constexpr int32_t nNotOpened = -50; // also of a busy record
 inline constexpr int32_t nBaseBaud = 9600;

@@ -7,9 +7,10 @@
 //
 // On a serial link a channel of the switch box may be selected. Owns g_MsgParam and the host's USB identities.
 
+#include "device.h"
+
 #include "bounded_text.h"
 #include "clock.h"
-#include "device.h"
 #include "host_identities.h"
 #include "log.h"
 
@@ -17,6 +18,8 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <span>
 #include <strings.h>
 
 using qv::kLogCommDev;
@@ -32,9 +35,11 @@ namespace {
 
 constexpr uint32_t nTypeSerial = 1;
 constexpr uint32_t nTypeAux = 4;
-constexpr size_t nPathMax = 256;  // characters of a tty path
-constexpr size_t nNumberAt = 3;   // behind "COM" and "AUX"
-constexpr size_t nWithNumber = 4; // least length of names that are told by their beginning
+constexpr uint32_t nComBaud = 9600;
+constexpr uint32_t nComBaudFast = 115200;
+constexpr size_t nPathMax = 256; // characters of a tty path
+constexpr size_t nNumberAt = 3;  // behind "COM" and "AUX"; of a "/dev" name the number is looked for there as well
+constexpr size_t nNameLeast = 4; // characters of a "COM" or "/dev" name
 constexpr int64_t nCloseMillis = 100;
 
 constexpr std::array<IcHidId, 6> s_MsgHID{{
@@ -88,7 +93,7 @@ void useAux(const char *pszName, uint32_t nTermType) noexcept
 int32_t useCom(const char *pszName, uint32_t nBaud) noexcept
 {
     QV_LOG(kLogCommDev, "USE COM");
-    if (nBaud != 9600 && nBaud != 115200) {
+    if (nBaud != nComBaud && nBaud != nComBaudFast) {
         QV_LOG(kLogCommDev, "no such rate on a COM port: %u", nBaud);
         return RET_PUB_INVAL_PARAM;
     }
@@ -110,7 +115,7 @@ void useTty(const char *pszName, uint32_t nBaud) noexcept
 // Fills g_MsgParam from the name. 0, or -2 for a name of another form.
 int32_t useName(const char *pszName, uint32_t nBaud, uint32_t nTermType) noexcept
 {
-    const bool bNumbered = std::strlen(pszName) >= nWithNumber;
+    const bool bLong = std::strlen(pszName) >= nNameLeast;
     if (dev_msg_judgeParamHid(pszName) == 1) {
         QV_LOG(kLogCommDev, "USE HID");
         g_MsgParam.nType = TYPE_USBLIB_HID;
@@ -120,13 +125,13 @@ int32_t useName(const char *pszName, uint32_t nBaud, uint32_t nTermType) noexcep
         useAux(pszName, nTermType);
         return 0;
     }
-    if (bNumbered && startsWith(pszName, "COM"))
+    if (bLong && startsWith(pszName, "COM"))
         return useCom(pszName, nBaud);
-    if (bNumbered && startsWith(pszName, "/dev")) {
+    if (bLong && startsWith(pszName, "/dev")) {
         useTty(pszName, nBaud);
         return 0;
     }
-    QV_LOG(kLogCommDev, "no name of a port: %s", pszName);
+    QV_LOG(kLogCommDev, "no name of a port: %.255s", pszName);
     return RET_PUB_INVAL_PARAM;
 }
 
@@ -151,6 +156,7 @@ int32_t openSerialOrAux(const char *pszChannel) noexcept
         return qv::nNotOpened;
     if (Set_RdzBp(pszChannel) == 0)
         return 0;
+    QV_LOG(kLogCommDev, "the channel was not selected");
     Dev_Rdz_MsgClosePort();
     return qv::nNotOpened;
 }
@@ -158,8 +164,10 @@ int32_t openSerialOrAux(const char *pszChannel) noexcept
 int32_t openPort(const char *pszName, const char *pszChannel, uint32_t nBaud, uint32_t nTermType,
                  int32_t nTimeOut) noexcept
 {
-    if (pszName == nullptr || *pszName == '\0')
+    if (pszName == nullptr || *pszName == '\0') {
+        QV_LOG(kLogCommDev, "no port name");
         return qv::nNotOpened;
+    }
     const int32_t nIdentities = countIdentities();
     COMM_Msg_InitCardReaderParam(&g_MsgParam);
     g_MsgParam.nTimeOut = nTimeOut;

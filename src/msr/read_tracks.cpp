@@ -11,6 +11,7 @@
 #include "log.h"
 
 #include <array>
+#include <string_view>
 
 using qv::kLogBusiMsg;
 
@@ -43,10 +44,8 @@ int32_t judgeFramed(int32_t nExchanged) noexcept
 int32_t judgeBare(const uint8_t *pReply, int32_t nLen) noexcept
 {
     const int32_t nFormat = tFuncCheckTrackFormat(pReply, nLen);
-    if (nFormat != 0) {
-        QV_LOG(kLogBusiMsg, "磁条卡格式错误");
+    if (nFormat != 0)
         return nFormat;
-    }
     COMM_Rdz_SetEndCondition(MsgStatusEndCondition);
     COMM_Rdz_ChageReadTimeOut(qv::nSettingSeconds);
     uint8_t aStatus[qv::nStatusSize] = {};
@@ -68,7 +67,7 @@ template <size_t nSize> const char *textOf(const std::array<uint8_t, nSize> &rep
 }
 
 // The text of a reply for one track, whose head has that many bytes.
-std::string_view trackIn(std::string_view sReply, size_t nHead) noexcept
+std::string_view textInside(std::string_view sReply, size_t nHead) noexcept
 {
     const size_t nAround = nHead + nReplyTail;
     return sReply.size() > nAround ? sReply.substr(nHead, sReply.size() - nAround) : std::string_view{};
@@ -81,7 +80,7 @@ template <size_t nReplySize> int32_t readOneTrack(BuildFn pfnBuild, size_t nHead
     std::array<uint8_t, nReplySize + 1> reply{};
     const int32_t nRet = readInto(reply, 0, pfnBuild);
     if (nRet == 0)
-        qv::copyText({pOut, nSize}, trackIn(textOf(reply), nHead));
+        qv::copyText({pOut, nSize}, textInside(textOf(reply), nHead));
     return nRet;
 }
 
@@ -158,15 +157,14 @@ void handOut(const std::array<char, qv::nTrackSize> &track, char *pOut, uint32_t
 
 int32_t ReadTrack(uint32_t bFramed, const uint8_t *cmd, uint32_t len, uint8_t *reply, uint32_t size) noexcept
 {
-    const bool bInFrame = bFramed == 1;
     COMM_Rdz_SetEndCondition(MsgDataEndCondition);
-    const int32_t nExchanged =
-        Dev_Rdz_MsgSendAndReciveData(bInFrame ? 1 : 0, bInFrame ? qv::bFramed : qv::bRaw, cmd, len, reply, size);
-    if (nExchanged < 0) {
-        QV_LOG(kLogBusiMsg, "[%s] no reply, nRet = %d", __func__, nExchanged);
-        return nExchanged;
-    }
-    return bInFrame ? judgeFramed(nExchanged) : judgeBare(reply, nExchanged);
+    const qv::Travel travel = bFramed == 1 ? qv::kInFrame : qv::kBare;
+    int32_t nRet = Dev_Rdz_MsgSendAndReciveData(bFramed, travel, cmd, len, reply, size);
+    if (nRet >= 0)
+        nRet = bFramed == 1 ? judgeFramed(nRet) : judgeBare(reply, nRet);
+    if (nRet != 0)
+        QV_LOG(kLogBusiMsg, "[%s] not read, nRet = %d", __func__, nRet);
+    return nRet;
 }
 
 int32_t ReadTrack1(char *out, uint32_t size) noexcept
@@ -201,7 +199,7 @@ int32_t ReadTrack123(char *out, uint32_t size) noexcept
     std::array<uint8_t, nReplySizeTwoTracks + 1> reply{};
     const int32_t nRet = readInto(reply, 1, Instr_Msg_GetReadTrack123);
     if (nRet == 0)
-        qv::copyText({out, size}, textOf(reply));
+        qv::copyText({out, size}, std::string_view(textOf(reply), reply.size())); // whole, NULs too
     return nRet;
 }
 

@@ -9,9 +9,12 @@
 #include "tracks.h"
 
 #include "bounded_text.h"
+#include "log.h"
 
 #include <algorithm>
+#include <cstring>
 #include <span>
+#include <string_view>
 
 namespace {
 
@@ -29,8 +32,8 @@ std::span<char> bufferOf(char *pOut, uint32_t nSize) noexcept
     return pOut == nullptr ? std::span<char>{} : std::span<char>(pOut, nSize);
 }
 
-// The track in one half of a reply; nothing for an empty one.
-std::string_view trackIn(std::string_view sHalf) noexcept
+// One half of a reply; nothing where it stands for an empty track.
+std::string_view notEmpty(std::string_view sHalf) noexcept
 {
     return sHalf.starts_with(cEmptyTrack) ? std::string_view{} : sHalf;
 }
@@ -51,8 +54,10 @@ int32_t MsgStatusEndCondition(const uint8_t *buf, int32_t len) noexcept
 int32_t tFuncCheckTrackFormat(const uint8_t *reply, int32_t len) noexcept
 {
     const std::string_view sReply = qv::textBeforeNul(reply, len);
-    const bool bWhole = sReply.starts_with(sReplyHead) && sReply.find(sReplyTail) != std::string_view::npos;
-    return bWhole ? 0 : static_cast<int32_t>(RET_PUB_PACKET_ERR);
+    if (sReply.starts_with(sReplyHead) && sReply.find(sReplyTail) != std::string_view::npos)
+        return 0;
+    QV_LOG(qv::kLogBusiMsg, "磁条卡格式错误");
+    return RET_PUB_PACKET_ERR;
 }
 
 int32_t tFuncCheckTrackStatusFormat(const uint8_t *reply, int32_t len) noexcept
@@ -72,8 +77,8 @@ int32_t SeperateByTrays(const char *reply, char *first, uint32_t firstSize, char
     std::string_view sFirst, sSecond;
     if (nMiddle != std::string_view::npos) {
         if (nMiddle > sReplyHead.size())
-            sFirst = trackIn(sReply.substr(sReplyHead.size(), nMiddle - sReplyHead.size()));
-        sSecond = trackIn(sReply.substr(nMiddle + 1));
+            sFirst = notEmpty(sReply.substr(sReplyHead.size(), nMiddle - sReplyHead.size()));
+        sSecond = notEmpty(sReply.substr(nMiddle + 1));
         sSecond.remove_suffix(std::min(sSecond.size(), sReplyTail.size()));
     }
     qv::copyText(bufferOf(first, firstSize), sFirst);

@@ -1,5 +1,4 @@
-// tracks.cpp - what reading and writing a card have in common: the reader's life around them, the status request,
-// cancel.
+// tracks.cpp - the reader's life around a card: opened and set up before it, asked for its status, left idle; cancel.
 
 #include "tracks.h"
 
@@ -51,7 +50,7 @@ int32_t exchangeStatus(uint8_t (&aReply)[nStatusSize]) noexcept
     std::array<uint8_t, nCommandSize> command{};
     uint32_t nLen = 0;
     Instr_Msg_GetStatus(command.data(), &nLen);
-    return Dev_Rdz_MsgSendAndReciveData(0, bRaw, command.data(), nLen, aReply, nStatusSize);
+    return Dev_Rdz_MsgSendAndReciveData(0, kBare, command.data(), nLen, aReply, nStatusSize);
 }
 
 void leaveHeadIdle() noexcept
@@ -66,6 +65,9 @@ int32_t MSG_QV_CancelRead(void) noexcept
 {
     constexpr int32_t nNothingToCancel = -98;
     QV_LOG(kLogBusiMsg, "[%s] Start ", __func__);
-    const int32_t nRet = Dev_Rdz_MsgCancel();
-    return nRet == nNothingToCancel ? 0 : nRet;
+    int32_t nRet = Dev_Rdz_MsgCancel();
+    if (nRet == nNothingToCancel)
+        nRet = 0;
+    QV_LOG(kLogBusiMsg, "[%s] End nRet = %d  ", __func__, nRet);
+    return nRet;
 }

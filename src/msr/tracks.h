@@ -1,4 +1,4 @@
-// tracks.h - what reading and writing a card have in common.
+// tracks.h - codes, sizes and steps that reading and writing a card have in common.
 #pragma once
 
 #include "device.h"

@@ -43,7 +43,8 @@ int32_t judgeFramed() noexcept
 int32_t writeFramed(const uint8_t *pCommand, uint32_t nLen) noexcept
 {
     std::array<uint8_t, nReplySize> reply;
-    const int32_t nExchanged = Dev_Rdz_MsgSendAndReciveData(1, qv::bFramed, pCommand, nLen, reply.data(), reply.size());
+    const int32_t nExchanged =
+        Dev_Rdz_MsgSendAndReciveData(1, qv::kInFrame, pCommand, nLen, reply.data(), reply.size());
     return nExchanged < 0 ? nExchanged : judgeFramed();
 }
 
@@ -56,7 +57,7 @@ bool isTimeUp(uint32_t nSeconds) noexcept
 
 int32_t writeBare(const uint8_t *pCommand, uint32_t nLen, uint32_t nSeconds) noexcept
 {
-    const int32_t nSent = Dev_Rdz_MsgSendData(qv::bRaw, pCommand, nLen);
+    const int32_t nSent = Dev_Rdz_MsgSendData(qv::kBare, pCommand, nLen);
     if (nSent != 0) {
         QV_LOG(kLogBusiMsg, "the write command was not sent");
         return nSent;
