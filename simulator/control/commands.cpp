@@ -60,6 +60,11 @@ Trouble swipeCard(Bench &bench, const Words &arguments, Lines &)
     return bench.swipe(track(arguments[0]), track(arguments[1]));
 }
 
+Trouble setStripe(Bench &bench, const Words &arguments, Lines &told)
+{
+    return bench.setStripe(arguments[0], told);
+}
+
 Trouble setIdentity(Bench &bench, const Words &arguments, Lines &)
 {
     if (arguments[0] != "on" && arguments[0] != "off")
@@ -116,10 +121,13 @@ Trouble quit(Bench &bench, const Words &, Lines &)
     return std::nullopt;
 }
 
-constexpr std::array<Command, 15> kCommands{{
+constexpr std::array<Command, 16> kCommands{{
     {"insert", "SLOT CARD", 2, "puts a card in; CARD is script:FILE or vpcd:PORT", insertCard},
     {"remove", "SLOT", 1, "pulls the card out", removeCard},
     {"swipe", "TRACK2 TRACK3", 2, "a magnetic card goes through once; - is an empty track", swipeCard},
+    {"stripe", "FILE|none|SETTING", 1,
+     "the magnetic card at hand; or after MS, once, always, final on|off, tracks, save FILE, fault NAME [once]|off",
+     setStripe},
     {"identity", "on|off", 1, "an identity card lies on the reader, or no longer does", setIdentity},
     {"device", "FIELD VALUE", 2, "model, serial, date, version, version2 or mac of the device record", setDevice},
     {"fault", "NAME [ARG] [every]|off", 1, "spoils the next reply, or every one", setFault},
@@ -127,7 +135,7 @@ constexpr std::array<Command, 15> kCommands{{
     {"unplug", "", 0, "USB: pulls the reader's plug; its cards lose power", unplug},
     {"plug", "", 0, "USB: plugs the reader in again", plug},
     {"usb", "NAME VALUE|list", 1, "USB: how the device misbehaves from now on, or what there is", setUsb},
-    {"state", "", 0, "line speed, switch box, cards, work in hand, LEDs, buzzer, counts", showState},
+    {"state", "", 0, "line speed, switch box, cards, stripe head, work in hand, LEDs, buzzer, counts", showState},
     {"expect", "", 0, "ok when every line of the card files has been played; tells what is left", expectAllPlayed},
     {"baud", "N", 1, "the reader's line speed from now on", setBaud},
     {"help", "", 0, "this list", showHelp},

@@ -15,6 +15,8 @@
 //   power          what follows is the card from its next power-on on
 #include "model/card_script.h"
 
+#include "model/card_text.h"
+
 #include <array>
 #include <set>
 
@@ -22,34 +24,9 @@ namespace qvsim {
 
 namespace {
 
-constexpr std::size_t kMostLine = 8192;    // characters
 constexpr std::size_t kMostCommand = 1024; // bytes of one command APDU
 constexpr std::size_t kMostReply = 4096;   // bytes of one response APDU
 constexpr std::size_t kStatusBytes = 2;
-
-bool isBlank(char c)
-{
-    return c == ' ' || c == '\t' || c == '\r';
-}
-
-std::string_view trimmed(std::string_view text)
-{
-    while (!text.empty() && isBlank(text.front()))
-        text.remove_prefix(1);
-    while (!text.empty() && isBlank(text.back()))
-        text.remove_suffix(1);
-    return text;
-}
-
-bool isText(std::string_view line)
-{
-    for (const char c : line) {
-        const auto byte = static_cast<unsigned char>(c);
-        if ((byte < 0x20 && c != '\t' && c != '\r') || byte == 0x7F)
-            return false;
-    }
-    return true;
-}
 
 // Appends half-bytes and wildcards to a pattern. Returns what is wrong, or null.
 const char *appendPattern(CommandPattern &pattern, std::string_view text)
@@ -82,14 +59,11 @@ class Parser {
     CardScriptResult parse(std::string_view text)
     {
         if (text.size() > kMostCardFileBytes)
-            return std::string(fileName_) + ": larger than a card file may be (1 MiB)";
+            return std::string(fileName_) + kCardFileTooLarge;
         const char *wrong = nullptr;
         while (wrong == nullptr && !text.empty()) {
             ++line_;
-            const std::size_t end = text.find('\n');
-            const std::string_view line = text.substr(0, end);
-            text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
-            wrong = takeLine(line);
+            wrong = takeContent(takeLine(text));
         }
         if (wrong == nullptr)
             wrong = finishPart();
@@ -106,12 +80,10 @@ class Parser {
     };
     static const std::array<RuleRow, 10> kRules;
 
-    const char *takeLine(std::string_view line)
+    const char *takeContent(std::string_view line)
     {
-        if (line.size() > kMostLine)
-            return "the line is longer than 8192 characters";
-        if (!isText(line))
-            return "not a text file: control characters in this line";
+        if (const char *wrong = lineTrouble(line))
+            return wrong;
         line = trimmed(line.substr(0, line.find('#')));
         if (line.empty())
             return nullptr;

@@ -56,8 +56,6 @@ using CardScriptResult = std::variant<CardScript, std::string>;
 // `fileName` only names the text in messages.
 CardScriptResult parseCardScript(std::string_view text, std::string_view fileName);
 
-// Largest text that is taken as a card file, and longest answer to power-on.
-constexpr std::size_t kMostCardFileBytes = std::size_t{1} << 20;
 constexpr std::size_t kMostAtr = 33; // ISO 7816-3
 
 } // namespace qvsim

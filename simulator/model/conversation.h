@@ -22,11 +22,13 @@ class Conversation {
 
   private:
     void tell(const LineEvent &event, std::string_view mark);
+    void tellRubbish(std::string_view mark);
 
     Trace &trace_;
     LineParser host_;
     LineParser reader_{kMostReplyBody + 2};
     CardRecorder recorder_;
+    std::size_t rubbish_ = 0; // bytes without a frame that are not told yet
 };
 
 } // namespace qvsim

@@ -1,13 +1,20 @@
 // The table of escape sequences: a row each.
 #include "model/escapes.h"
 
+#include "model/stripe_card.h"
+
 #include <array>
 
 namespace qvsim {
 
 namespace {
 
-constexpr std::array<Escape, 11> kEscapes{{
+constexpr unsigned valueOf(StripeFormat format)
+{
+    return static_cast<unsigned>(format);
+}
+
+constexpr std::array<Escape, 23> kEscapes{{
     {"%A", EscapeKind::boxSelect, 'A', "switch box: port A selected"},
     {"%B", EscapeKind::boxSelect, 'B', "switch box: port B selected"},
     {"%C", EscapeKind::boxSelect, 'C', "switch box: port C selected"},
@@ -19,6 +26,18 @@ constexpr std::array<Escape, 11> kEscapes{{
     {"%I3", EscapeKind::readerSpeed, 19200, "line speed 19200 from now on"},
     {"%I4", EscapeKind::readerSpeed, 9600, "line speed 9600 from now on"},
     {"0", EscapeKind::moduleReset, 0, "module reset"},
+    {"r", EscapeKind::stripeRead, kTrack1, "read track 1"},
+    {"]", EscapeKind::stripeRead, kTrack2, "read track 2"},
+    {"T]", EscapeKind::stripeRead, kTrack3, "read track 3"},
+    {"D]", EscapeKind::stripeRead, kTrack1 | kTrack2, "read tracks 1 and 2"},
+    {"B]", EscapeKind::stripeRead, kTrack2 | kTrack3, "read tracks 2 and 3"},
+    {"w", EscapeKind::stripeWrite, 0, "write track 1, or 2 and 1", true},
+    {"t", EscapeKind::stripeWrite, 1, "write track 2, or 3, or 2 and 3", true},
+    {"j", EscapeKind::stripeStatus, 0, "how did the last operation go"},
+    {"=", EscapeKind::stripeFormat, valueOf(StripeFormat::iso), "recording format ISO"},
+    {"'", EscapeKind::stripeFormat, valueOf(StripeFormat::ibm), "recording format IBM"},
+    {"O", EscapeKind::stripeFormat, valueOf(StripeFormat::isoDk), "recording format ISO-DK"},
+    {"A", EscapeKind::stripeFormat, valueOf(StripeFormat::ibmDk), "recording format IBM-DK"},
 }};
 
 } // namespace

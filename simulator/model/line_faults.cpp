@@ -1,6 +1,8 @@
 // Faults of the line: a row each. `fault off` is the word that switches them all off.
 #include "model/line_faults.h"
 
+#include "model/frame.h"
+
 #include <algorithm>
 #include <iterator>
 
@@ -108,11 +110,12 @@ struct LineFaults::Row {
     unsigned most;
     std::string_view help;
     void (*strike)(Delivery &reply, const Argument &argument);
+    bool onlyFrames = false;
 };
 
 const LineFaults::Row LineFaults::kRows[] = {
-    {"badlrc", "", Row::Takes::nothing, 0, 0, "the LRC is wrong", spoilLrc},
-    {"length", "N", Row::Takes::number, 0, kMostLength, "the declared length is N, the data stay", declareLength},
+    {"badlrc", "", Row::Takes::nothing, 0, 0, "the LRC is wrong", spoilLrc, true},
+    {"length", "N", Row::Takes::number, 0, kMostLength, "the declared length is N, the data stay", declareLength, true},
     {"noend", "", Row::Takes::nothing, 0, 0, "the end byte is lost", loseEnd},
     {"garbage", "HEX", Row::Takes::bytes, 1, kMostGarbageBytes, "these bytes come before the head", putGarbage},
     {"repeat", "", Row::Takes::nothing, 0, 0, "the reply comes twice", repeatReply},
@@ -186,11 +189,12 @@ std::string LineFaults::settingText(std::string_view name, const Setting &settin
     return text;
 }
 
-std::string LineFaults::names() const
+std::string LineFaults::names(bool ofFrames) const
 {
     std::string text;
     for (const auto &[row, setting] : set_)
-        text += (text.empty() ? "" : ", ") + settingText(kRows[row].name, setting);
+        if (ofFrames || !kRows[row].onlyFrames)
+            text += (text.empty() ? "" : ", ") + settingText(kRows[row].name, setting);
     return text;
 }
 
@@ -211,17 +215,23 @@ std::vector<std::string> LineFaults::describe() const
     return lines;
 }
 
-Delivery LineFaults::apply(Bytes frame)
+Delivery LineFaults::apply(Bytes reply)
 {
-    Delivery reply;
-    reply.pieces.push_back({std::move(frame), milliseconds(0)});
+    const bool isFrame = !reply.empty() && (reply.front() == marksOf(FrameKind::card).head ||
+                                            reply.front() == marksOf(FrameKind::peripheral).head);
+    Delivery delivery;
+    delivery.faults = names(isFrame);
+    delivery.pieces.push_back({std::move(reply), milliseconds(0)});
     for (const auto &[row, setting] : set_) {
-        if (reply.pieces.empty())
+        if (delivery.pieces.empty())
             break; // silence: nothing is left to be spoilt
-        kRows[row].strike(reply, {setting.bytes, setting.number});
+        if (isFrame || !kRows[row].onlyFrames)
+            kRows[row].strike(delivery, {setting.bytes, setting.number});
     }
-    std::erase_if(set_, [](const auto &entry) { return !entry.second.every; });
-    return reply;
+    std::erase_if(set_, [isFrame](const auto &entry) {
+        return !entry.second.every && (isFrame || !kRows[entry.first].onlyFrames);
+    });
+    return delivery;
 }
 
 } // namespace qvsim

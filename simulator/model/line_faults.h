@@ -21,6 +21,7 @@ struct Delivery {
     std::vector<TimedBytes> pieces; // none: silence
     bool isCut = false;             // a fault has cut the reply into pieces
     bool hangsUp = false;
+    std::string faults; // that have struck: "badlrc, late 3000 every"
 };
 
 class LineFaults {
@@ -29,11 +30,12 @@ class LineFaults {
     std::optional<std::string> set(std::string_view words);
     bool any() const { return !set_.empty(); }
     // The switched-on faults: "badlrc, late 3000 every".
-    std::string names() const;
+    std::string names() const { return names(true); }
     // Every fault there is, a line each, with what is switched on.
     std::vector<std::string> describe() const;
-    // What becomes of a reply; faults of one reply are over with it.
-    Delivery apply(Bytes frame);
+    // What becomes of a reply, a frame or a bare one; faults of one reply are over with it. Those of a frame's parts
+    // leave bare replies alone and wait for the next frame.
+    Delivery apply(Bytes reply);
 
     struct Row;
 
@@ -45,6 +47,7 @@ class LineFaults {
         bool every = false;
     };
     static const Row kRows[];
+    std::string names(bool ofFrames) const;
     static std::string settingText(std::string_view name, const Setting &setting);
 
     std::map<std::size_t, Setting> set_; // by row

@@ -1,11 +1,15 @@
-// The state machine behind line_parser.h. Memory is bounded: a frame never keeps more than the longest one's characters.
+// The state machine behind line_parser.h. Memory is bounded: neither a frame nor a text ever keeps more than the longest
+// one's characters.
 #include "model/line_parser.h"
+
+#include <utility>
 
 namespace qvsim {
 
 namespace {
 
 constexpr std::size_t kLengthAndLrc = 3;
+constexpr std::size_t kTextMarkBytes = 3;
 
 bool beginsSomething(std::uint8_t byte)
 {
@@ -37,6 +41,8 @@ LineEvent unknownEscape(std::string_view tail)
 
 LineEvent LineParser::feed(std::uint8_t byte)
 {
+    if (state_ == State::textEnds || state_ == State::textEnded)
+        return feedText(byte);
     if (beginsSomething(byte)) {
         LineEvent lost = abandon();
         begin(byte);
@@ -46,6 +52,9 @@ LineEvent LineParser::feed(std::uint8_t byte)
     case State::inFrame:
     case State::spoiltFrame: return feedFrame(byte);
     case State::inEscape: return feedEscape(byte);
+    case State::inText:
+    case State::textEnds:
+    case State::textEnded: return feedText(byte);
     case State::idle: break;
     }
     return begin(byte);
@@ -85,6 +94,13 @@ LineEvent LineParser::abandon()
     case State::inFrame: return badFrame(FrameFault::cutOff);
     case State::spoiltFrame: return badFrame(spoiltBy_);
     case State::inEscape: return unknownEscape(escapeTail_);
+    case State::inText:
+    case State::textEnds:
+    case State::textEnded: {
+        LineEvent event;
+        event.lostText = textBytes() + (was == State::inText ? 0 : was == State::textEnds ? 1 : 2);
+        return event;
+    }
     case State::idle: break;
     }
     return {};
@@ -129,9 +145,57 @@ LineEvent LineParser::feedEscape(std::uint8_t byte)
     state_ = State::idle;
     if (found.match == EscapeMatch::none)
         return unknownEscape(escapeTail_);
+    if (found.escape->takesText) {
+        state_ = State::inText;
+        textEscape_ = found.escape;
+        text_.clear();
+        return {};
+    }
     LineEvent event;
     event.kind = LineEvent::Kind::escape;
     event.escape = found.escape;
+    return event;
+}
+
+// Of the sequence so far, without what may become the end mark.
+std::size_t LineParser::textBytes() const
+{
+    return 1 + textEscape_->tail.size() + text_.size();
+}
+
+LineEvent LineParser::feedText(std::uint8_t byte)
+{
+    if (state_ == State::textEnded && byte == kTextEnd)
+        return finishText();
+    if (state_ == State::textEnds && byte == kEscape) {
+        state_ = State::textEnded;
+        return {};
+    }
+    if (state_ == State::inText && byte == kTextEnds) {
+        state_ = State::textEnds;
+        return {};
+    }
+    if (state_ == State::inText && textBytes() + kTextMarkBytes < kMostEscapeBytes) {
+        text_.push_back(byte);
+        return {};
+    }
+    // Something else than the end mark: the 0x1B that was taken for a part of it begins anew.
+    const bool escapeBegan = state_ == State::textEnded;
+    const std::size_t lost = abandon().lostText - (escapeBegan ? 1 : 0);
+    if (escapeBegan)
+        begin(kEscape);
+    LineEvent event = feed(byte);
+    event.lostText += lost;
+    return event;
+}
+
+LineEvent LineParser::finishText()
+{
+    state_ = State::idle;
+    LineEvent event;
+    event.kind = LineEvent::Kind::escape;
+    event.escape = textEscape_;
+    event.data = std::exchange(text_, {});
     return event;
 }
 

@@ -2,6 +2,8 @@
 //
 // Zero bytes between frames wake the line up and mean nothing. A frame that goes wrong is swallowed up to its end byte,
 // so that it is reported once; a head byte or 0x1B always begins something new, since neither can occur inside a frame.
+// The same holds for the text of an escape sequence, but for the 0x1B in its end mark; a text that is cut off, or longer
+// than kMostEscapeBytes allow, is lost with its sequence.
 #pragma once
 
 #include "model/escapes.h"
@@ -22,7 +24,8 @@ struct LineEvent {
     FrameKind frame = FrameKind::card;
     FrameFault fault = FrameFault::none;
     const Escape *escape = nullptr;
-    Bytes data;
+    Bytes data;               // of an escape: its text
+    std::size_t lostText = 0; // bytes of an escape sequence whose text broke off before what the event tells
 };
 
 class LineParser {
@@ -36,12 +39,15 @@ class LineParser {
     LineEvent disturb();
 
   private:
-    enum class State { idle, inFrame, spoiltFrame, inEscape };
+    enum class State { idle, inFrame, spoiltFrame, inEscape, inText, textEnds, textEnded };
 
     LineEvent begin(std::uint8_t byte);
     LineEvent abandon();
     LineEvent feedFrame(std::uint8_t byte);
     LineEvent feedEscape(std::uint8_t byte);
+    LineEvent feedText(std::uint8_t byte);
+    LineEvent finishText();
+    std::size_t textBytes() const;
 
     std::size_t mostData_;
     State state_ = State::idle;
@@ -49,6 +55,8 @@ class LineParser {
     FrameFault spoiltBy_ = FrameFault::none;
     Bytes characters_;
     std::string escapeTail_;
+    const Escape *textEscape_ = nullptr; // whose text is coming
+    Bytes text_;
 };
 
 } // namespace qvsim

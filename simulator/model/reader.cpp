@@ -1,6 +1,7 @@
 // The line, the work in hand and the slots; the commands themselves are reader_commands'.
 #include "model/reader.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace qvsim {
@@ -9,8 +10,8 @@ namespace {
 
 using std::chrono::milliseconds;
 
-// Frames that may wait while a card is at work; a host that sends more without reading is out of step.
-constexpr std::size_t kMostWaitingFrames = 16;
+// Commands that may wait while a card is at work; a host that sends more without reading is out of step.
+constexpr std::size_t kMostWaitingCommands = 16;
 
 std::string decimal(std::uint64_t value, std::string_view what)
 {
@@ -20,7 +21,7 @@ std::string decimal(std::uint64_t value, std::string_view what)
 } // namespace
 
 Reader::Reader(unsigned baud, milliseconds cardPatience, Trace &trace)
-    : trace_(trace), baud_(baud), cardPatience_(cardPatience)
+    : trace_(trace), baud_(baud), cardPatience_(cardPatience), stripe_(trace)
 {
 }
 
@@ -60,6 +61,7 @@ void Reader::losePower()
 {
     parser_.disturb();
     reset();
+    stripe_.losePower();
 }
 
 void Reader::traceLine(std::string_view text)
@@ -77,6 +79,12 @@ void Reader::flushRubbish()
 
 void Reader::take(LineEvent event, TimePoint now)
 {
+    if (event.lostText != 0) {
+        flushRubbish();
+        counts_.garbageBytes += event.lostText;
+        traceLine("     " + decimal(event.lostText, "bytes of a text without an end are garbage"));
+        boxJustSelected_ = false;
+    }
     if (event.kind == LineEvent::Kind::nothing)
         return;
     if (event.kind == LineEvent::Kind::rubbish) {
@@ -87,7 +95,13 @@ void Reader::take(LineEvent event, TimePoint now)
     }
     flushRubbish();
     switch (event.kind) {
-    case LineEvent::Kind::escape: takeEscape(*event.escape); return;
+    case LineEvent::Kind::escape:
+        if (!isForStripe(event.escape->kind))
+            return takeEscape(*event.escape);
+        if (reachesStripe())
+            giveUpWaiting(event);
+        runInTurn(std::move(event), now);
+        break;
     case LineEvent::Kind::unknownEscape:
         counts_.garbageBytes += 1 + event.data.size();
         traceLine("> 1B " + toHex(event.data) + "  unknown escape sequence, ignored");
@@ -97,26 +111,47 @@ void Reader::take(LineEvent event, TimePoint now)
         traceLine(std::string("> frame answered with silence: ") + faultText(event.fault));
         break;
     case LineEvent::Kind::frame:
-        if (work_ == Work::waitsForCard) {
-            traceLine("     waiting for " + slotName(workSlot_) + " given up: a new command came");
-            work_ = Work::nothing;
-        } else if (work_ == Work::waitsForAnyCard) {
-            traceLine("     waiting for any card given up: a new command came");
-            work_ = Work::nothing;
-        }
-        if (work_ == Work::nothing) {
-            takeFrame(event, now);
-        } else if (waitingFrames_.size() < kMostWaitingFrames) {
-            waitingFrames_.push_back(std::move(event));
-        } else {
-            ++counts_.rejectedFrames;
-            traceLine("> frame dropped: too many wait while a card is at work");
-        }
+        giveUpWaiting(event);
+        runInTurn(std::move(event), now);
         break;
     case LineEvent::Kind::nothing:
     case LineEvent::Kind::rubbish: break;
     }
     boxJustSelected_ = false;
+}
+
+// What waits for a card makes room for a new command. A status request leaves the stripe head waiting for its swipe.
+void Reader::giveUpWaiting(const LineEvent &command)
+{
+    if (work_ == Work::waitsForCard || work_ == Work::waitsForAnyCard) {
+        traceLine("     waiting for " + (work_ == Work::waitsForCard ? slotName(workSlot_) : "any card") +
+                  " given up: a new command came");
+        work_ = Work::nothing;
+    }
+    if (command.escape == nullptr || command.escape->kind != EscapeKind::stripeStatus)
+        stripe_.giveUp("a new command came");
+}
+
+void Reader::runInTurn(LineEvent command, TimePoint now)
+{
+    if (work_ == Work::nothing) {
+        run(command, now);
+    } else if (waitingCommands_.size() < kMostWaitingCommands) {
+        waitingCommands_.push_back(std::move(command));
+    } else {
+        counts_.rejectedFrames += command.kind == LineEvent::Kind::frame ? 1 : 0;
+        traceLine("> command dropped: too many wait while a card is at work");
+    }
+}
+
+void Reader::run(const LineEvent &command, TimePoint now)
+{
+    if (command.kind == LineEvent::Kind::frame) {
+        giveUpWaiting(command); // of a command that had its turn right before
+        takeFrame(command, now);
+    } else {
+        takeStripeEscape(command, now);
+    }
 }
 
 void Reader::takeEscape(const Escape &escape)
@@ -137,16 +172,21 @@ void Reader::takeEscape(const Escape &escape)
         return;
     case EscapeKind::boxSpeed: boxSpeed_ = escape.value; return;
     case EscapeKind::readerSpeed: setBaud(escape.value); return;
-    case EscapeKind::moduleReset: reset(); return;
+    case EscapeKind::moduleReset:
+        reset();
+        if (reachesStripe())
+            stripe_.reset();
+        return;
+    default: return; // the stripe head's
     }
 }
 
-void Reader::runWaitingFrames(TimePoint now)
+void Reader::runWaitingCommands(TimePoint now)
 {
-    while (work_ == Work::nothing && !waitingFrames_.empty()) {
-        const LineEvent frame = std::move(waitingFrames_.front());
-        waitingFrames_.pop_front();
-        takeFrame(frame, now);
+    while (work_ == Work::nothing && !waitingCommands_.empty()) {
+        const LineEvent command = std::move(waitingCommands_.front());
+        waitingCommands_.pop_front();
+        run(command, now);
     }
 }
 
@@ -163,7 +203,7 @@ bool Reader::insert(SlotCode slot, std::unique_ptr<Card> card, TimePoint now)
     if (work_ == Work::waitsForCard && workSlot_ == slot)
         askCard(slot, Work::powersOn, place.card->powerOn(), now);
     noticeCard();
-    runWaitingFrames(now);
+    runWaitingCommands(now);
     return true;
 }
 
@@ -175,7 +215,7 @@ bool Reader::remove(SlotCode slot, TimePoint now)
     slots_.erase(slot);
     if (workSlot_ == slot && (work_ == Work::powersOn || work_ == Work::transmits))
         finishCard({CardAnswer::Kind::gone, {}});
-    runWaitingFrames(now);
+    runWaitingCommands(now);
     return true;
 }
 
@@ -250,14 +290,17 @@ void Reader::tick(TimePoint now)
         if (answer.kind != CardAnswer::Kind::pending)
             finishCard(answer);
     }
-    runWaitingFrames(now);
+    stripe_.tick(now);
+    passStripeAnswers();
+    runWaitingCommands(now);
 }
 
 std::optional<TimePoint> Reader::deadline() const
 {
+    const std::optional<TimePoint> stripe = stripe_.deadline();
     if (work_ == Work::nothing)
-        return std::nullopt;
-    return workDeadline_;
+        return stripe;
+    return stripe ? std::min(*stripe, workDeadline_) : workDeadline_;
 }
 
 void Reader::reset()
@@ -275,7 +318,7 @@ void Reader::abandonWork()
         slot.powered = true; // it may have come to life by now, whatever its answer would have been
     }
     work_ = Work::nothing;
-    waitingFrames_.clear();
+    waitingCommands_.clear();
 }
 
 Reader::Slot *Reader::findCard(SlotCode slot)
@@ -291,13 +334,17 @@ void Reader::reply(SlotCode slot, Outcome outcome, BytesView body)
     const std::uint16_t status = statusWord(outcome, slot);
     Bytes data{static_cast<std::uint8_t>(status >> 8), static_cast<std::uint8_t>(status)};
     data.insert(data.end(), body.begin(), body.end());
-    Bytes frame = encodeFrame(replyFrame_, data);
+    sendReply(encodeFrame(replyFrame_, data), data, outcomeText(outcome));
+}
+
+void Reader::sendReply(Bytes bytes, BytesView data, std::string_view meaning)
+{
     if (trace_.wanted()) {
-        trace_.line("< " + toHex(data) + "  " + outcomeText(outcome));
-        trace_.line("out  " + toHex(frame));
+        trace_.line("< " + toHex(data) + "  " + std::string(meaning));
+        trace_.line("out  " + toHex(bytes));
     }
     ++counts_.replies;
-    output_.push_back({std::move(frame), baud_});
+    output_.push_back({std::move(bytes), baud_});
 }
 
 std::vector<std::string> Reader::describe(TimePoint now) const
@@ -316,6 +363,8 @@ std::vector<std::string> Reader::describe(TimePoint now) const
         lines.emplace_back("identity card on the reader");
     if (swiped_)
         lines.emplace_back("magnetic card swiped, not yet reported");
+    for (std::string &line : stripe_.describe(now))
+        lines.push_back(std::move(line));
     if (work_ != Work::nothing) {
         const auto left = std::chrono::duration_cast<milliseconds>(workDeadline_ - now).count();
         const std::string what = work_ == Work::waitsForAnyCard ? "waits for any card"

@@ -1,32 +1,31 @@
 // The reader: bytes of the line in, bytes of the line out, cards in its slots. No I/O and no clock of its own; whoever
 // drives it passes the time in and calls tick() when deadline() has come or a card may have answered.
 //
-// One command is in work at a time. While a power-on or a detection waits for a card, a new command or a module reset
-// gives the waiting up (it is then not answered). While a card works, further frames wait for their turn and a module
-// reset drops the answer.
+// One command is in work at a time. While a power-on, a detection or the stripe head waits for a card, a new command or
+// a module reset gives the waiting up (it is then not answered). While a card works, further commands wait for their
+// turn and a module reset drops the answer.
 #pragma once
 
 #include "model/card.h"
+#include "model/clock.h"
 #include "model/device_identity.h"
 #include "model/line_parser.h"
 #include "model/slots.h"
 #include "model/status_words.h"
+#include "model/stripe_head.h"
 #include "model/trace.h"
 
 #include <array>
-#include <chrono>
 #include <deque>
 #include <map>
 #include <memory>
 
 namespace qvsim {
 
-using TimePoint = std::chrono::steady_clock::time_point;
-
 struct ReaderCounts {
     std::uint64_t frames = 0;         // good ones
     std::uint64_t rejectedFrames = 0; // answered with silence
-    std::uint64_t replies = 0;
+    std::uint64_t replies = 0;        // bare ones included
     std::uint64_t escapes = 0;
     std::uint64_t garbageBytes = 0; // bytes that belong to nothing, or came at another speed than the reader's
 };
@@ -64,6 +63,8 @@ class Reader {
     bool swipe(const std::string &track2, const std::string &track3);
     void setIdentityCard(bool present);
     DeviceIdentity &device() { return device_; }
+    // What lies at the stripe head and how it is swiped; tick() afterwards.
+    StripeHead &stripe() { return stripe_; }
 
     unsigned baud() const { return baud_; }
     const ReaderCounts &counts() const { return counts_; }
@@ -83,8 +84,12 @@ class Reader {
     void flushRubbish();
     void take(LineEvent event, TimePoint now);
     void takeEscape(const Escape &escape);
+    void giveUpWaiting(const LineEvent &command);
+    void runInTurn(LineEvent command, TimePoint now);
+    void run(const LineEvent &command, TimePoint now);
     void takeFrame(const LineEvent &frame, TimePoint now);
-    void runWaitingFrames(TimePoint now);
+    void takeStripeEscape(const LineEvent &event, TimePoint now);
+    void runWaitingCommands(TimePoint now);
 
     void powerOnContact(BytesView data, TimePoint now);
     void powerOnContactless(BytesView data, TimePoint now);
@@ -99,6 +104,14 @@ class Reader {
     void setLedPair(BytesView data, TimePoint now);
     void soundBuzzer(BytesView data, TimePoint now);
     void tellDevice(BytesView data, TimePoint now);
+    void setSeparator(BytesView data, TimePoint now);
+    void readAllTracks(BytesView data, TimePoint now);
+    void writeAllTracks(BytesView data, TimePoint now);
+    void setReadTime(BytesView data, TimePoint now);
+
+    bool reachesStripe() const;
+    void passStripeAnswers();
+    void missStripe();
 
     void detect(std::uint8_t kinds, unsigned waitSeconds, TimePoint now);
     void noticeCard();
@@ -112,6 +125,7 @@ class Reader {
     void abandonWork();
 
     void reply(SlotCode slot, Outcome outcome, BytesView body = {});
+    void sendReply(Bytes bytes, BytesView data, std::string_view meaning);
     Slot *findCard(SlotCode slot);
 
     static const CommandRow kCommands[];
@@ -127,6 +141,7 @@ class Reader {
     char boxPort_ = 0; // 0: none selected
     unsigned boxSpeed_ = 0;
     bool boxJustSelected_ = false; // nothing came since the selection
+    StripeHead stripe_;
 
     std::optional<std::string> swiped_; // the tracks as a reply tells them
     bool identityCard_ = false;
@@ -142,8 +157,8 @@ class Reader {
     SlotCode workSlot_ = 0;
     TimePoint workDeadline_;
     FrameKind replyFrame_ = FrameKind::card;
-    std::deque<LineEvent> waitingFrames_; // came while a card was at work
-    std::uint64_t rubbishRun_ = 0;        // not yet traced
+    std::deque<LineEvent> waitingCommands_; // came while a card was at work
+    std::uint64_t rubbishRun_ = 0;          // not yet traced
 };
 
 } // namespace qvsim

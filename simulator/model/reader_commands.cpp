@@ -15,7 +15,12 @@
 //   11 11 S                                    LEDs
 //   11 14 A B                                  a pair of LED bytes
 //   80 15 D D N                                buzzer
+//   20 01 text                                 separator between the tracks that the stripe head reads
+//   20 02                                      read all tracks of a magnetic card
+//   20 03 text                                 write all tracks of a magnetic card
+//   20 04 S                                    how long the stripe head waits for a swipe
 #include "model/reader.h"
+#include "model/stripe_commands.h"
 
 #include <utility>
 
@@ -130,6 +135,10 @@ const Reader::CommandRow Reader::kCommands[] = {
     {FrameKind::peripheral, 0x11, 0x11, 3, 3, ledText, &Reader::setLed},
     {FrameKind::peripheral, 0x11, 0x14, 4, 4, ledPairText, &Reader::setLedPair},
     {FrameKind::peripheral, 0x80, 0x15, 5, 5, buzzerText, &Reader::soundBuzzer},
+    {FrameKind::peripheral, kStripeGroup, 0x01, 3, 2 + kMostSeparator, separatorText, &Reader::setSeparator},
+    {FrameKind::peripheral, kStripeGroup, 0x02, 2, 2, readAllText, &Reader::readAllTracks},
+    {FrameKind::peripheral, kStripeGroup, 0x03, 4, kMostCommandData, writeAllText, &Reader::writeAllTracks},
+    {FrameKind::peripheral, kStripeGroup, 0x04, 3, 3, readTimeText, &Reader::setReadTime},
 };
 
 void Reader::takeFrame(const LineEvent &frame, TimePoint now)
@@ -138,6 +147,10 @@ void Reader::takeFrame(const LineEvent &frame, TimePoint now)
     ++counts_.frames;
     replyFrame_ = frame.frame;
     Outcome refusal = data.empty() ? Outcome::noCommand : Outcome::unknownCommand;
+    if (frame.frame == FrameKind::peripheral && !data.empty() && data[0] == kStripeGroup && !reachesStripe()) {
+        traceLine("> " + toHex(data) + "  for the stripe head");
+        return missStripe();
+    }
     for (const CommandRow &row : kCommands) {
         if (row.frame != frame.frame || data.size() < 2 || row.group != data[0] || row.code != data[1])
             continue;

@@ -14,7 +14,7 @@ struct StatusRow {
     const char *text;
 };
 
-constexpr std::array<StatusRow, 11> kStatusRows{{
+constexpr std::array<StatusRow, 14> kStatusRows{{
     {Outcome::done, 0x0000, 0x0000, "done"},
     {Outcome::noSuchSlot, 0x1001, 0x1001, "no such slot"},
     {Outcome::notPowered, 0x1003, 0x3004, "card present but not powered"},
@@ -26,6 +26,9 @@ constexpr std::array<StatusRow, 11> kStatusRows{{
     {Outcome::unknownCommand, 0xF001, 0xF001, "unknown command"},
     {Outcome::wrongCommandLength, 0xF002, 0xF002, "command of a wrong length"},
     {Outcome::noSuchKind, 0xF003, 0xF003, "no such kind of card"},
+    {Outcome::stripeNoData, 0x4001, 0x4001, "no data on any track"},
+    {Outcome::stripeReadFault, 0x4002, 0x4002, "read fault"},
+    {Outcome::stripeWriteFault, 0x4001, 0x4001, "nothing was written"},
 }};
 
 constexpr bool rowsStandInOrder()

@@ -19,6 +19,9 @@ enum class Outcome {
     unknownCommand,
     wrongCommandLength,
     noSuchKind,
+    stripeNoData,
+    stripeReadFault,
+    stripeWriteFault,
 };
 
 // Contact and PSAM slots answer with other words than the antenna.

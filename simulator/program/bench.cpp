@@ -249,10 +249,10 @@ void Bench::settle()
 // Replies keep their order: what is held back holds back what comes behind it.
 void Bench::queue(SentBytes reply)
 {
-    const bool spoilt = faults_.any();
-    if (spoilt && trace_.wanted())
-        trace_.line("     fault: " + faults_.names());
     Delivery delivery = faults_.apply(std::move(reply.bytes));
+    const bool spoilt = !delivery.faults.empty();
+    if (spoilt && trace_.wanted())
+        trace_.line("     fault: " + delivery.faults);
     if (delivery.hangsUp)
         hangUp();
     if (outgoing_.size() > kMostOutgoing) {

@@ -45,6 +45,12 @@ class Bench {
     Trouble setBaud(unsigned baud);
     Trouble swipe(std::string_view track2, std::string_view track3);
     void setIdentityCard(bool present);
+    // For settings before it runs.
+    StripeHead &stripe() { return reader_.stripe(); }
+    // A magnetic card lies at the stripe head.
+    Trouble offerStripe(const std::string &file);
+    // "FILE", "none", "after 500", "fault read once", "tracks"; see bench_stripe.cpp.
+    Trouble setStripe(std::string_view words, std::vector<std::string> &told);
     Trouble setDevice(std::string_view field, std::string_view value);
     // "late 3000 every", "off"; see LineFaults.
     Trouble setFault(std::string_view words) { return faults_.set(words); }

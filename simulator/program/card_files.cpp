@@ -1,6 +1,7 @@
 // open, one bounded read, parse; and the way back.
 #include "program/card_files.h"
 
+#include "model/card_text.h"
 #include "system/io.h"
 #include "system/unique_fd.h"
 
@@ -16,9 +17,9 @@ namespace {
 
 constexpr mode_t kRecordMode = 0600; // card data
 
-} // namespace
-
-CardScriptResult readCardFile(const std::string &path)
+// The result of a parser that gets the text, or what is wrong with the file.
+template <typename Result>
+Result readFile(const std::string &path, Result (&parse)(std::string_view text, std::string_view fileName))
 {
     const UniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (!file) {
@@ -41,17 +42,29 @@ CardScriptResult readCardFile(const std::string &path)
         size += result.count;
     }
     text.resize(size);
-    return parseCardScript(text, path);
+    return parse(text, path);
 }
 
-void writeCardFile(const std::string &path, std::string_view text)
+} // namespace
+
+CardScriptResult readCardFile(const std::string &path)
+{
+    return readFile(path, parseCardScript);
+}
+
+StripeCardResult readStripeFile(const std::string &path)
+{
+    return readFile(path, parseStripeCard);
+}
+
+void writeCardFile(std::string_view what, const std::string &path, std::string_view text)
 {
     const UniqueFd file(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY, kRecordMode));
     int error = file ? 0 : errno;
     if (file)
         writeSome(file.get(), asBytes(text), error);
     if (error != 0)
-        throw std::runtime_error(errorText("record " + path, error));
+        throw std::runtime_error(errorText(std::string(what) + " " + path, error));
 }
 
 } // namespace qvsim

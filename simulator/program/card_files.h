@@ -2,6 +2,7 @@
 #pragma once
 
 #include "model/card_script.h"
+#include "model/stripe_card.h"
 
 #include <string>
 
@@ -9,8 +10,10 @@ namespace qvsim {
 
 // Only regular files of at most 1 MiB; never waits for a writer as a named pipe would make it.
 CardScriptResult readCardFile(const std::string &path);
+StripeCardResult readStripeFile(const std::string &path);
 
-// A recorded card: readable by its owner alone. Throws std::runtime_error when it cannot be written.
-void writeCardFile(const std::string &path, std::string_view text);
+// A recorded or written card: readable by its owner alone. Throws std::runtime_error when it cannot be written; `what`
+// begins its sentence.
+void writeCardFile(std::string_view what, const std::string &path, std::string_view text);
 
 } // namespace qvsim

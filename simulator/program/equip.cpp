@@ -5,6 +5,23 @@
 
 namespace qvsim {
 
+namespace {
+
+void putStripe(Bench &bench, const StripeOptions &options)
+{
+    bench.stripe().setChannel(options.channel.front());
+    bench.stripe().setSwipeDelay(std::chrono::milliseconds(options.afterMs));
+    bench.stripe().setFinalSeparator(options.finalSeparator);
+    if (options.once)
+        bench.stripe().swipeOnce();
+    if (options.file.empty())
+        return;
+    if (const Trouble trouble = bench.offerStripe(options.file))
+        throw std::runtime_error("stripe " + *trouble);
+}
+
+} // namespace
+
 std::vector<std::string> equip(Bench &bench, const Options &options)
 {
     std::vector<std::string> told;
@@ -14,6 +31,7 @@ std::vector<std::string> equip(Bench &bench, const Options &options)
     for (const auto &[slot, card] : options.cards)
         if (const Trouble trouble = bench.insert(slot, card, told))
             throw std::runtime_error("card " + std::to_string(slot) + "=" + card + ": " + *trouble);
+    putStripe(bench, options.stripe);
     return told;
 }
 

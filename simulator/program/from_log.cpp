@@ -108,7 +108,7 @@ int convertLogs(const Options &options)
         for (const std::string &remark : remarks(recorder, reader, slot))
             std::cerr << "qvreader-sim: " << remark << '\n';
     if (!options.recordFile.empty()) {
-        writeCardFile(options.recordFile, text);
+        writeCardFile("record", options.recordFile, text);
         return 0;
     }
     int error = 0;

@@ -4,10 +4,13 @@
 #include "channels/terminal_families.h"
 #include "control/commands.h"
 #include "program/bench.h"
+#include "program/stripe_options.h"
 #include "program/usb_options.h"
 #include "system/tty_speeds.h"
 
 #include <CLI/CLI.hpp>
+
+#include <span>
 
 namespace qvsim {
 
@@ -23,6 +26,10 @@ constexpr char kDescription[] =
     "While it runs, commands are taken on standard input and on the control socket, a line each;\n"
     "the answer ends with \"ok\" or \"error: ...\". The end of standard input ends nothing.\n\n"
     "Exit codes: 0 done, 1 failed, 2 wrong command line, 3 with --expect: lines of a card file are left.";
+
+constexpr const char *kNeverCtl[] = {"--link", "--baud", "--trace"};
+constexpr const char *kOnlyReader[] = {"--card",    "--card-patience", "--device",   "--terminal",
+                                       "--control", "--expect",        "--from-log", "--usb"};
 
 // "0=script:cards/purse.card" → slot and card. Throws CLI's error with the reason.
 std::pair<SlotCode, std::string> splitCard(const std::string &text)
@@ -52,7 +59,7 @@ std::string isGiven(const std::string &text)
 }
 
 // Options that would be ignored are mistakes.
-void refuse(const CLI::App &app, const std::string &word, std::initializer_list<const char *> names)
+void refuse(const CLI::App &app, const std::string &word, std::span<const char *const> names)
 {
     for (const char *const name : names)
         if (app.get_option(name)->count() != 0)
@@ -105,6 +112,7 @@ ParsedOptions parseOptions(int argc, char **argv)
                    "hexadecimal) or mac (six hexadecimal bytes)")
         ->type_name("FIELD=VALUE")
         ->allow_extra_args(false);
+    addStripeOptions(app, options.stripe);
     CLI::Option *const terminal =
         app.add_option("--terminal", options.terminal,
                        "The pseudo-terminal is the line of a thin-client terminal with the reader on its aux port: " +
@@ -148,6 +156,8 @@ ParsedOptions parseOptions(int argc, char **argv)
     for (const char *const name :
          {"--link", "--baud", "--card", "--device", "--terminal", "--control", "--trace", "--card-patience"})
         fromLog->excludes(app.get_option(name));
+    for (const char *const name : kStripeOptions)
+        fromLog->excludes(app.get_option(name));
     for (const char *const name : {"--control", "--trace", "--from-log", "--record"})
         app.get_option(name)->check(isGiven);
     app.add_flag("--quiet", options.quiet, "No remarks on standard error, only errors");
@@ -182,11 +192,11 @@ ParsedOptions parseOptions(int argc, char **argv)
             throw CLI::ValidationError("--slot", logSlot + ": a slot is 0 to 15 (contact), 16 to 31 (PSAM) or 255 "
                                                            "(contactless)");
         if (ctl->parsed())
-            refuse(app, "ctl", {"--link", "--baud", "--trace"});
-        if (ctl->parsed() || tap->parsed())
-            refuse(app, ctl->parsed() ? "ctl" : "tap",
-                   {"--card", "--card-patience", "--device", "--terminal", "--control", "--expect", "--from-log",
-                    "--usb"});
+            refuse(app, "ctl", kNeverCtl);
+        if (ctl->parsed() || tap->parsed()) {
+            refuse(app, ctl->parsed() ? "ctl" : "tap", kOnlyReader);
+            refuse(app, ctl->parsed() ? "ctl" : "tap", kStripeOptions);
+        }
     } catch (const CLI::ParseError &error) {
         parsed.done = true;
         parsed.exitCode = app.exit(error) == 0 ? 0 : 2;

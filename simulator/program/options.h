@@ -15,15 +15,25 @@ namespace qvsim {
 // Exit code of --expect when lines are left.
 constexpr int kExitNotPlayed = 3;
 
+// The magnetic stripe head and what lies there.
+struct StripeOptions {
+    std::string file; // empty: no card at hand
+    unsigned afterMs = 0;
+    bool once = false;
+    std::string channel = "A";
+    bool finalSeparator = false;
+};
+
 struct Options {
     std::vector<std::string> links;
     unsigned baud = 9600;
     std::vector<std::pair<SlotCode, std::string>> cards;     // slot and "script:FILE" or "vpcd:PORT"
     std::vector<std::pair<std::string, std::string>> device; // field and value of the device record
-    std::string terminal;                                    // name of its family; empty: none
-    unsigned auxPort = 1;                                    // of the terminal, where the reader is
-    std::string controlPath;                                 // empty: none
-    std::string traceFile;                                   // empty: none, "-": standard error
+    StripeOptions stripe;
+    std::string terminal;    // name of its family; empty: none
+    unsigned auxPort = 1;    // of the terminal, where the reader is
+    std::string controlPath; // empty: none
+    std::string traceFile;   // empty: none, "-": standard error
     std::chrono::milliseconds cardPatience{2500};
     bool quiet = false;
     bool expect = false; // leave with kExitNotPlayed unless every line of the card files has been played

@@ -110,7 +110,7 @@ bool Tap::record(const std::string &path) const
     const std::optional<std::string> text = conversation_.cardFile();
     if (!text)
         return false;
-    writeCardFile(path, *text);
+    writeCardFile("record", path, *text);
     return true;
 }
 

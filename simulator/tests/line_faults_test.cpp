@@ -94,5 +94,26 @@ TEST(LineFaults, TheShortestReplyStandsEveryFault)
     EXPECT_EQ(delivery.pieces.size(), 1U + 2 * (1 + 12 - 1));
 }
 
+TEST(LineFaults, FaultsOfAFrameLeaveABareReplyAloneAndWaitForTheNextFrame)
+{
+    LineFaults faults;
+    for (const char *fault : {"badlrc", "length 4", "split 1"})
+        EXPECT_EQ(faults.set(fault), std::nullopt);
+    Delivery bare = faults.apply(*fromHex("1B 70"));
+    ASSERT_EQ(bare.pieces.size(), 2U);
+    EXPECT_EQ(toHex(bare.pieces[0].bytes), "1B");
+    EXPECT_EQ(toHex(bare.pieces[1].bytes), "70");
+    EXPECT_EQ(bare.faults, "split 1");
+    EXPECT_EQ(faults.names(), "badlrc, length 4");
+    EXPECT_EQ(faults.apply(*fromHex("1B 70")).faults, "");
+    EXPECT_EQ(faults.apply(*fromHex(kReply)).faults, "badlrc, length 4");
+    EXPECT_FALSE(faults.any());
+    for (const char *fault : {"noend", "garbage 00", "repeat", "late 5", "leadingzero 1"})
+        EXPECT_EQ(faults.set(fault), std::nullopt);
+    bare = faults.apply(*fromHex("1B 70"));
+    EXPECT_EQ(bare.faults, "noend, garbage 00, repeat, leadingzero 1, late 5");
+    EXPECT_FALSE(faults.any());
+}
+
 } // namespace
 } // namespace qvsim

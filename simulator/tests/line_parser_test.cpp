@@ -15,13 +15,17 @@ std::string story(LineParser &parser, BytesView bytes)
     const auto add = [&text](const std::string &word) { text += (text.empty() ? "" : " | ") + word; };
     for (const std::uint8_t b : bytes) {
         const LineEvent event = parser.feed(b);
+        if (event.lostText != 0)
+            add("lost " + std::to_string(event.lostText));
         switch (event.kind) {
         case LineEvent::Kind::nothing: break;
         case LineEvent::Kind::frame:
             add((event.frame == FrameKind::card ? "card " : "peripheral ") + toHex(event.data));
             break;
         case LineEvent::Kind::badFrame: add(std::string("bad: ") + faultText(event.fault)); break;
-        case LineEvent::Kind::escape: add(event.escape->meaning); break;
+        case LineEvent::Kind::escape:
+            add(event.escape->meaning + std::string(event.escape->takesText ? ": " + toHex(event.data) : ""));
+            break;
         case LineEvent::Kind::unknownEscape: add("unknown escape " + toHex(event.data)); break;
         case LineEvent::Kind::rubbish: add("rubbish"); break;
         }
@@ -73,6 +77,28 @@ TEST(LineParser, CutsTheStreamIntoEvents)
         {"a frame cuts an escape short", "1B 25 " GOOD, "unknown escape 25 | card 32 30 00 10"},
         {"an escape cuts an escape short", "1B 1B 30", "unknown escape  | module reset"},
         {"a zero inside an escape", "1B 25 00 41", "unknown escape 25 00 | rubbish"},
+        {"reads of a magnetic card", "1B 72 1B 5D 1B 54 5D 1B 44 5D 1B 42 5D 1B 6A",
+         "read track 1 | read track 2 | read track 3 | read tracks 1 and 2 | read tracks 2 and 3 | "
+         "how did the last operation go"},
+        {"recording formats", "1B 3D 1B 27 1B 4F 1B 41",
+         "recording format ISO | recording format IBM | recording format ISO-DK | recording format IBM-DK"},
+        {"texts", "1B 77 42 31 1D 1B 5C 1B 74 1D 1B 5C 1B 74 41 31 1D 1B 5C",
+         "write track 1, or 2 and 1: 42 31 | write track 2, or 3, or 2 and 3:  | write track 2, or 3, or 2 and 3: 41 "
+         "31"},
+        {"any other byte belongs to the text", "1B 74 00 03 04 5C 80 FF 1D 1B 5C",
+         "write track 2, or 3, or 2 and 3: 00 03 04 5C 80 FF"},
+        {"a frame cuts a text short", "1B 74 31 32 " GOOD, "lost 4 | card 32 30 00 10"},
+        {"an escape cuts a text short", "1B 74 31 32 1B 30", "lost 4 | module reset"},
+        {"half an end mark and a frame", "1B 74 31 1D " GOOD, "lost 4 | card 32 30 00 10"},
+        {"half an end mark and a byte", "1B 74 31 1D 5C", "lost 4 | rubbish"},
+        {"an end mark that becomes a reset", "1B 74 31 1D 1B 30", "lost 4 | module reset"},
+        {"an end mark that becomes a longer escape", "1B 74 31 1D 1B 25 41", "lost 4 | switch box: port A selected"},
+        {"an end mark that becomes another text", "1B 74 31 1D 1B 77 42 1D 1B 5C",
+         "lost 4 | write track 1, or 2 and 1: 42"},
+        {"an end mark that becomes nothing known", "1B 74 31 1D 1B 55", "lost 4 | unknown escape 55"},
+        {"an end mark cut short by an escape", "1B 74 31 1D 1B 1B 30", "lost 4 | unknown escape  | module reset"},
+        {"an end mark cut short by a frame", "1B 74 31 1D 1B " GOOD, "lost 4 | unknown escape  | card 32 30 00 10"},
+        {"a mark begun twice", "1B 74 31 1D 1D 1B 5C", "lost 4 | rubbish | unknown escape 5C"},
     };
     for (const auto &row : rows)
         EXPECT_EQ(story(row.bytes), row.events) << row.what;
@@ -87,6 +113,20 @@ TEST(LineParser, AnEndlessFrameIsToldOnceAndTakesNoMemory)
     EXPECT_EQ(story(parser, *fromHex("03 " GOOD)), "bad: longer than a command may be | card 32 30 00 10");
 }
 
+TEST(LineParser, AnEscapeSequenceWithItsTextHasAtMost1024Bytes)
+{
+    for (const auto &[size, isTaken] : {std::pair{1024 - 5, true}, {1024 - 4, false}}) {
+        LineParser parser;
+        Bytes bytes = *fromHex("1B 77");
+        bytes.insert(bytes.end(), static_cast<std::size_t>(size), 'B');
+        const std::string before = story(parser, bytes);
+        EXPECT_EQ(before, isTaken ? "" : "lost 1021 | rubbish");
+        const std::string after = story(parser, *fromHex("1D 1B 5C " GOOD));
+        EXPECT_EQ(after.starts_with("write track 1, or 2 and 1: 42 42"), isTaken) << after;
+        EXPECT_TRUE(after.ends_with("card 32 30 00 10"));
+    }
+}
+
 TEST(LineParser, ADisturbedLineLosesWhatHadBegun)
 {
     LineParser parser;
@@ -96,6 +136,11 @@ TEST(LineParser, ADisturbedLineLosesWhatHadBegun)
     EXPECT_EQ(story(parser, *fromHex(GOOD)), "card 32 30 00 10");
     story(parser, *fromHex("1B 25"));
     EXPECT_EQ(parser.disturb().kind, LineEvent::Kind::unknownEscape);
+    for (const char *text : {"1B 77 42 43", "1B 77 42 1D", "1B 77 1D 1B"}) {
+        EXPECT_EQ(story(parser, *fromHex(text)), "");
+        EXPECT_EQ(parser.disturb().lostText, 4U) << text;
+        EXPECT_EQ(parser.disturb().lostText, 0U) << text;
+    }
     EXPECT_EQ(story(parser, *fromHex("41")), "rubbish");
 }
 

@@ -202,6 +202,9 @@ TEST(Program, StateTellsWhatTheReaderHolds)
                                               "slot 17 unpowered script:" +
                                               kCards +
                                               "mute.card (mute card)\n"
+                                              "stripe card none\n"
+                                              "stripe head ISO, separator |, read time 10 s, channel A\n"
+                                              "stripe reads 0, failed 0\nstripe writes 0, failed 0\n"
                                               "led 00, pair 00 00\nbuzzer 0\n"
                                               "frames 2\nrejected 0\nescapes 2\nreplies 2\ngarbage 2\n"
                                               "slot 255 empty vpcd:" +

@@ -111,6 +111,17 @@ class Terminal {
     ScriptCard card_;
 };
 
+TEST(ShippedCards, TheMagneticCardHasThreeTracksOfTheSameAccount)
+{
+    const StripeCardResult result = readStripeFile(kCards + std::string("demo.stripe"));
+    ASSERT_TRUE(std::holds_alternative<StripeCard>(result)) << std::get<std::string>(result);
+    const StripeCard &card = std::get<StripeCard>(result);
+    EXPECT_EQ(card.name, "demo card");
+    EXPECT_EQ(card.tracks[0], (StripeTrack{"B6225000011112222^DEMO/CARD^29120000", StripeFormat::iso}));
+    EXPECT_EQ(card.tracks[1], (StripeTrack{"6225000011112222=29120000", StripeFormat::iso}));
+    EXPECT_EQ(card.tracks[2], (StripeTrack{"996225000011112222=156", StripeFormat::iso}));
+}
+
 TEST(ShippedCards, AllOfThemLoad)
 {
     for (const char *name : {"debit-credit.card", "purse.card", "follow-up.card"}) {

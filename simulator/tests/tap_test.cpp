@@ -61,6 +61,31 @@ TEST(Tap, TheLongestReplyIsHeard)
     EXPECT_GT(line.conversation.cardFile()->size(), 3 * kMostReplyBody);
 }
 
+class Lines final : public Trace {
+  public:
+    bool wanted() const override { return true; }
+    void line(std::string_view text) override { text_ += std::string(text) + "\n"; }
+    const std::string &text() const { return text_; }
+
+  private:
+    std::string text_;
+};
+
+TEST(Tap, BareCommandsAndRepliesAreTold)
+{
+    Lines trace;
+    Conversation conversation(trace);
+    conversation.hostSays(*fromHex("1B 72 41 1B 74 31 1D 1B 5C 1B 55 42 43 1B 77 01"));
+    conversation.readerSays(*fromHex("1B 73 31 32 3F 1C"));
+    conversation.readerSays(*fromHex("1B 70"));
+    EXPECT_EQ(trace.text(), "in   1B 72 41 1B 74 31 1D 1B 5C 1B 55 42 43 1B 77 01\n"
+                            "> 1B 72  read track 1\n> 1 bytes without a frame\n"
+                            "> 1B 74 31 1D 1B 5C  write track 2, or 3, or 2 and 3\n"
+                            "> 1B 55  unknown escape sequence\n> 2 bytes without a frame\n> a text without an end\n"
+                            "out  1B 73 31 32 3F 1C\n< 1B 73  a bare reply begins\n< 4 bytes without a frame\n"
+                            "out  1B 70\n< 1B 70  a bare reply begins\n");
+}
+
 TEST(Tap, BytesGoThroughBothWaysAndTheCardIsRecorded)
 {
     TempDir dir;

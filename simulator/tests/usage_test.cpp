@@ -37,6 +37,10 @@ TEST(Usage, CommandLinesThatCannotBeUnderstoodLeaveWithTwo)
         {{"--expect", "x"}, 2, "not expected: x"},
         {{"--card", "=script:x"}, 2, "write SLOT=script:FILE"},
         {{"--card-patience", "0"}, 2, "not in range 1 to 600000"},
+        {{"--stripe", ""}, 2, "--stripe: a file name is missing"},
+        {{"--stripe-after", "600001"}, 2, "not in range 0 to 600000"},
+        {{"--stripe-channel", "D"}, 2, "--stripe-channel: D not in {A,B,C,K}"},
+        {{"--from-log", "x", "--stripe", "y"}, 2, "--stripe excludes --from-log"},
         {{"--control", ""}, 2, "--control: a file name is missing"},
         {{"--trace", ""}, 2, "--trace: a file name is missing"},
         {{"--from-log", ""}, 2, "--from-log: a file name is missing"},
@@ -55,6 +59,8 @@ TEST(Usage, CommandLinesThatCannotBeUnderstoodLeaveWithTwo)
         {{"tap", "/dev/null", "--expect"}, 2, "--expect: means nothing to tap"},
         {{"tap", "/dev/null", "--record", ""}, 2, "--record: a file name is missing"},
         {{"--card", "0=script:x", "tap", "/dev/null"}, 2, "--card: means nothing to tap"},
+        {{"--stripe", "x", "tap", "/dev/null"}, 2, "--stripe: means nothing to tap"},
+        {{"--stripe-once", "ctl", "x", "state"}, 2, "--stripe-once: means nothing to ctl"},
     });
 }
 
@@ -73,6 +79,10 @@ TEST(Usage, FilesThatAreNotWhatTheyShouldBeLeaveWithOne)
         {{"--card", "0=script:/dev/zero"}, 1, "/dev/zero: no regular file"},
         {{"--card", "0=script:" + file}, 1, file + ":1: unknown word"},
         {{"--card", "0=script:"}, 1, "script:FILE takes the name of a card file"},
+        {{"--stripe", dir / "none"}, 1, "stripe " + dir / "none" + ": No such file or directory"},
+        {{"--stripe", folder}, 1, "stripe " + folder + ": no regular file"},
+        {{"--stripe", "/dev/zero"}, 1, "/dev/zero: no regular file"},
+        {{"--stripe", file}, 1, "stripe " + file + ":1: unknown word; known are name, format"},
         {{"--card", "0="}, 1, "a card is script:FILE or vpcd:PORT"},
         {{"--control", folder}, 1, "control socket " + folder + ": exists and is no socket"},
         {{"--control", file}, 1, "control socket " + file + ": exists and is no socket"},
@@ -104,9 +114,28 @@ TEST(Usage, HelpNamesEveryOptionAndCommand)
         empty = line.empty() ? empty + 1 : 0;
         text += line + "\n";
     }
-    for (const char *word :
-         {"--link", "--baud", "--card ", "--device", "--control", "--trace", "--card-patience", "--expect",
-          "--from-log", "--slot", "--record", "--quiet", "tap", "ctl", "exit code 3", "  expect  "})
+    for (const char *word : {"--link",
+                             "--baud",
+                             "--card ",
+                             "--device",
+                             "--control",
+                             "--trace",
+                             "--card-patience",
+                             "--expect",
+                             "--from-log",
+                             "--slot",
+                             "--record",
+                             "--quiet",
+                             "--stripe ",
+                             "--stripe-after",
+                             "--stripe-once",
+                             "--stripe-channel",
+                             "--stripe-final",
+                             "stripe FILE|none|SETTING",
+                             "tap",
+                             "ctl",
+                             "exit code 3",
+                             "  expect  "})
         EXPECT_NE(text.find(word), std::string::npos) << word << " in\n" << text;
 }
 

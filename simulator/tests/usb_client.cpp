@@ -3,6 +3,9 @@
 //   usb_client libusb|bulk|hidapi VID:PID INTERFACE STEP...
 //
 //   HEX          a command's data: sent in a frame and in whole reports; prints the data of the reply, or "silence"
+//   peripheral:HEX   the same in a peripheral frame
+//   bare:HEX     sent without a frame; prints the bare reply, up to 1C, "p" or "q"
+//   tell:HEX     sent without a frame, no reply is read
 //   hurry        waits only a short time for reports from now on
 //   reset        USB reset (libusb)
 //   reopen       closes and opens again
@@ -77,15 +80,21 @@ class OverHidapi final : public Host {
     HidapiHost host_;
 };
 
-std::string ask(Host &host, BytesView data)
+// In whole reports, the last one filled up with zeros.
+bool send(Host &host, Bytes bytes)
 {
-    Bytes frame = encodeFrame(FrameKind::card, data);
     const std::size_t size = host.reportSize();
-    frame.resize((frame.size() + size - 1) / size * size);
-    for (std::size_t at = 0; at < frame.size(); at += size)
-        if (const int count = host.write(BytesView(frame).subspan(at, size)); count < 0)
-            return "not sent";
-    Bytes reply, report;
+    bytes.resize((bytes.size() + size - 1) / size * size);
+    for (std::size_t at = 0; at < bytes.size(); at += size)
+        if (host.write(BytesView(bytes).subspan(at, size)) < 0)
+            return false;
+    return true;
+}
+
+// Up to one of the ends. Returns what came instead, or nothing.
+std::string receive(Host &host, Bytes &reply, std::string_view ends)
+{
+    Bytes report;
     for (;;) {
         const int count = host.read(report);
         if (count < 0)
@@ -95,11 +104,52 @@ std::string ask(Host &host, BytesView data)
         while (!report.empty() && report.back() == 0)
             report.pop_back();
         reply.insert(reply.end(), report.begin(), report.end());
-        if (!reply.empty() && reply.back() == 0x03)
-            break;
+        if (!reply.empty() && ends.find(static_cast<char>(reply.back())) != std::string_view::npos)
+            return "";
     }
+}
+
+std::string askBare(Host &host, const Bytes &data)
+{
+    if (!send(host, data))
+        return "not sent";
+    Bytes reply;
+    const std::string trouble = receive(host, reply,
+                                        "\x1C"
+                                        "pq");
+    return trouble.empty() ? toHex(reply) : trouble;
+}
+
+std::string ask(Host &host, const Bytes &data, FrameKind kind = FrameKind::card)
+{
+    if (!send(host, encodeFrame(kind, data)))
+        return "not sent";
+    Bytes reply;
+    const char end = static_cast<char>(marksOf(kind).end);
+    if (const std::string trouble = receive(host, reply, {&end, 1}); !trouble.empty())
+        return trouble;
     const DecodedFrame decoded = decodeFrame(BytesView(reply).subspan(1, reply.size() - 2));
     return decoded.fault == FrameFault::none ? toHex(decoded.data) : faultText(decoded.fault);
+}
+
+// "bare:1B72" and the like. False when it is no such step.
+bool runPrefixed(Host &host, const std::string &step)
+{
+    const std::size_t colon = step.find(':');
+    const std::optional<Bytes> data =
+        colon == std::string::npos ? std::nullopt : fromHex(std::string_view(step).substr(colon + 1));
+    const std::string way = step.substr(0, colon);
+    if (!data)
+        return false;
+    if (way == "bare")
+        std::cout << askBare(host, *data) << std::endl;
+    else if (way == "peripheral")
+        std::cout << ask(host, *data, FrameKind::peripheral) << std::endl;
+    else if (way == "tell")
+        return send(host, *data);
+    else
+        return false;
+    return true;
 }
 
 std::unique_ptr<Host> open(const std::string &way, UsbId id, int interface)
@@ -133,7 +183,7 @@ int main(int argc, char **argv)
             std::getline(std::cin, line);
         } else if (const std::optional<Bytes> data = fromHex(step)) {
             std::cout << ask(*host, *data) << std::endl;
-        } else {
+        } else if (!runPrefixed(*host, step)) {
             return 1;
         }
     }
