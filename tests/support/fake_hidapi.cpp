@@ -32,6 +32,7 @@ struct Hid {
     std::deque<Result> writes, reads;
     std::function<void(size_t)> onRead;
     std::function<void()> onSilence;
+    std::function<void(const std::string &)> onCall;
     std::vector<std::string> calls;
     std::vector<Bytes> sent;
     size_t nReads = 0;
@@ -42,6 +43,14 @@ Hid &hid()
 {
     static Hid s_hid;
     return s_hid;
+}
+
+// Called with the guard held.
+void keep(const std::string &sText)
+{
+    hid().calls.push_back(sText);
+    if (hid().onCall)
+        hid().onCall(sText);
 }
 
 bool isOpen(hid_device *pDevice, const char *pszCall)
@@ -60,7 +69,7 @@ hid_device *hid_open(unsigned short nVendor, unsigned short nProduct, const wcha
     std::scoped_lock lock(h.guard);
     char sz[32];
     std::snprintf(sz, sizeof sz, "open %04X %04X%s", nVendor, nProduct, pszSerial == nullptr ? "" : " serial");
-    h.calls.push_back(sz);
+    keep(sz);
     if (!h.bPresent || (h.nFailingOpens > 0 && h.nFailingOpens-- > 0))
         return nullptr;
     auto *pDevice = new hid_device;
@@ -72,7 +81,7 @@ void hid_close(hid_device *pDevice)
 {
     Hid &h = hid();
     std::scoped_lock lock(h.guard);
-    h.calls.push_back("close");
+    keep("close");
     if (pDevice != nullptr && isOpen(pDevice, "close")) {
         h.open.erase(pDevice);
         delete pDevice;
@@ -83,7 +92,7 @@ int hid_write(hid_device *pDevice, const unsigned char *pData, size_t nLen)
 {
     Hid &h = hid();
     std::scoped_lock lock(h.guard);
-    h.calls.push_back("write " + std::to_string(nLen));
+    keep("write " + std::to_string(nLen));
     if (!isOpen(pDevice, "write"))
         return -1;
     h.sent.emplace_back(pData, pData + nLen);
@@ -100,7 +109,7 @@ int hid_read_timeout(hid_device *pDevice, unsigned char *pData, size_t nLen, int
 {
     Hid &h = hid();
     std::unique_lock lock(h.guard);
-    h.calls.push_back("read " + std::to_string(nLen) + " " + std::to_string(nMillis));
+    keep("read " + std::to_string(nLen) + " " + std::to_string(nMillis));
     if (!isOpen(pDevice, "read"))
         return -1;
     size_t nRead = ++h.nReads;
@@ -161,6 +170,7 @@ FakeHid::~FakeHid()
     h.reads.clear();
     h.onRead = nullptr;
     h.onSilence = nullptr;
+    h.onCall = nullptr;
 }
 
 void FakeHid::failOpens(int nTimes)
@@ -198,6 +208,12 @@ void FakeHid::onRead(std::function<void(size_t)> fn)
 {
     std::scoped_lock lock(hid().guard);
     hid().onRead = std::move(fn);
+}
+
+void FakeHid::onCall(std::function<void(const std::string &)> fn)
+{
+    std::scoped_lock lock(hid().guard);
+    hid().onCall = std::move(fn);
 }
 
 void FakeHid::onSilence(std::function<void()> fn)

@@ -33,6 +33,8 @@ class FakeHid {
     void failRead(int nResult, int nErrno = 0);
     // Called at each read with its number, counted from 1.
     void onRead(std::function<void(size_t)> fn);
+    // Called at the start of each call with its text; it must not ask the device anything.
+    void onCall(std::function<void(const std::string &)> fn);
     // Called when nothing comes.
     void onSilence(std::function<void()> fn);
 

@@ -12,11 +12,19 @@ namespace {
 
 using namespace qvtest;
 
+// Keeps a call as text. Called with the guard held.
+void keep(const std::string &sText)
+{
+    bus().calls.push_back(sText);
+    if (bus().onCall)
+        bus().onCall(sText);
+}
+
 // A call that can fail: keeps it as text and says what the script has for it. Called with the guard held.
 std::optional<int> called(const std::string &sName, const std::string &sText = "")
 {
     Bus &b = bus();
-    b.calls.push_back(sText.empty() ? sName : sText);
+    keep(sText.empty() ? sName : sText);
     if (b.nFailAt && (*b.nFailAt)-- == 0) {
         b.nFailAt.reset();
         return b.nFailResult;
@@ -177,7 +185,7 @@ void libusb_exit(libusb_context *pContext)
 {
     Bus &b = bus();
     std::scoped_lock lock(b.guard);
-    b.calls.push_back("exit");
+    keep("exit");
     requireContext(pContext, "exit");
     if (!b.handles.empty() || !b.lists.empty() || !b.configs.empty())
         ADD_FAILURE() << "exit while something is still held";
@@ -210,7 +218,7 @@ void libusb_free_device_list(libusb_device **ppList, int nUnref)
 {
     Bus &b = bus();
     std::scoped_lock lock(b.guard);
-    b.calls.push_back("free_list");
+    keep("free_list");
     if (ppList == nullptr)
         return;
     if (nUnref != 1)
@@ -251,7 +259,7 @@ void libusb_close(libusb_device_handle *pHandle)
 {
     Bus &b = bus();
     std::scoped_lock lock(b.guard);
-    b.calls.push_back("close");
+    keep("close");
     if (pHandle != nullptr && isOpen(pHandle, "close"))
         b.handles.erase(pHandle);
 }

@@ -72,6 +72,8 @@ class FakeUsb {
     void onIn(std::function<void(size_t)> fn);
     // Called at each libusb_init.
     void onInit(std::function<void()> fn);
+    // Called at the start of each call with its text; it must not ask the bus anything.
+    void onCall(std::function<void(const std::string &)> fn);
     // Called when nothing comes.
     void onSilence(std::function<void()> fn);
 

@@ -50,6 +50,7 @@ struct Bus {
     std::function<void(size_t)> onIn;
     std::function<void()> onInit;
     std::function<void()> onSilence;
+    std::function<void(const std::string &)> onCall;
     std::vector<std::string> calls;
     std::vector<Bytes> sent;
     size_t nReads = 0;

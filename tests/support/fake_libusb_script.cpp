@@ -52,6 +52,7 @@ FakeUsb::~FakeUsb()
     b.onIn = nullptr;
     b.onInit = nullptr;
     b.onSilence = nullptr;
+    b.onCall = nullptr;
     lock.unlock();
     forgetScript();
 }
@@ -133,6 +134,12 @@ void FakeUsb::onInit(std::function<void()> fn)
 {
     std::scoped_lock lock(bus().guard);
     bus().onInit = std::move(fn);
+}
+
+void FakeUsb::onCall(std::function<void(const std::string &)> fn)
+{
+    std::scoped_lock lock(bus().guard);
+    bus().onCall = std::move(fn);
 }
 
 void FakeUsb::onSilence(std::function<void()> fn)

@@ -357,4 +357,16 @@ TEST_F(ReaderOpen, AnOpenAndACloseAreLogged)
     EXPECT_TRUE(logged({"===>[Dev_Rdz_Ic_ClosePort] Start "}));
 }
 
+TEST_F(ReaderOpen, AFailedOpenIsLoggedWithItsResult)
+{
+    const std::pair<const char *, int32_t> rows[] = {
+        {nullptr, -2}, {"com1", -2}, {"/dev/nowhere", -51}, {"HID", -51}, {"PCSC", -50}};
+    for (auto [pszName, nResult] : rows) {
+        logOn();
+        EXPECT_EQ(open(pszName), nResult);
+        EXPECT_EQ(logTexts().front(), "[Dev_Rdz_Ic_OpenPort] Start ");
+        EXPECT_EQ(logTexts().back(), "[Dev_Rdz_Ic_OpenPort] End nRet = " + std::to_string(nResult) + "  ");
+    }
+}
+
 } // namespace

@@ -45,6 +45,8 @@ struct PortCalls {
     static inline std::vector<Sent> s_sent;
     static inline std::vector<int> s_errors;                // errno of the i-th write, 0: it works
     static inline std::function<void(size_t)> s_afterWrite; // called with the number of the write
+    static inline std::vector<int> s_openErrors;            // errno of the i-th opening of the port, 0: it works
+    static inline size_t s_nOpens = 0;                      // openings of the port
 
     // The identities that the open record went through, each once in a row.
     static inline std::vector<Identity> s_identities;
@@ -61,6 +63,8 @@ class ReaderOpen : public testing::Test, public PortCalls {
         s_sent.clear();
         s_errors.clear();
         s_afterWrite = nullptr;
+        s_openErrors.clear();
+        s_nOpens = 0;
         s_identities.clear();
         stBackUpParam = {};
         stRDZ73xx = {};

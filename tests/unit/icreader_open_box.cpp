@@ -88,4 +88,15 @@ TEST_F(ReaderOpen, ASwitchBoxThatCannotBeSelectedCountsAsSelected)
     EXPECT_EQ(m_peer->wire(), pszRelease);
 }
 
+TEST_F(ReaderOpen, ASwitchBoxThatCannotBeReleasedIsClosedAllTheSame)
+{
+    Dev_Rdz_Ic_RaiseBaundFlag(1);
+    ASSERT_EQ(open(path(), 9600, "A"), 0);
+    s_errors = {0, EIO};
+    EXPECT_EQ(Dev_Rdz_Ic_ClosePort(), 0);
+    EXPECT_THAT(s_sent, ElementsAre(Sent{pszSelectA, B9600}, Sent{pszRelease, B9600}));
+    EXPECT_EQ(g_AuxFd, -2);
+    EXPECT_EQ(openDescriptors(), m_nDescriptors + 4); // the peer's
+}
+
 } // namespace

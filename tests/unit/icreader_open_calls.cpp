@@ -3,7 +3,9 @@
 #include "icreader_open.h"
 
 #include <cerrno>
+#include <cstdarg>
 #include <ctime>
+#include <fcntl.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -30,6 +32,22 @@ extern "C" [[gnu::visibility("default")]] ssize_t write(int nFd, const void *pDa
     if (PortCalls::s_afterWrite)
         PortCalls::s_afterWrite(nAt);
     return n;
+}
+
+extern "C" [[gnu::visibility("default")]] int open(const char *pszPath, int nFlags, ...)
+{
+    va_list args;
+    va_start(args, nFlags);
+    const unsigned nMode = (nFlags & O_CREAT) != 0 ? va_arg(args, unsigned) : 0;
+    va_end(args);
+    if (PortCalls::s_pPeer != nullptr && pszPath == PortCalls::s_pPeer->path()) {
+        const size_t nAt = PortCalls::s_nOpens++;
+        if (nAt < PortCalls::s_openErrors.size() && PortCalls::s_openErrors[nAt] != 0) {
+            errno = PortCalls::s_openErrors[nAt];
+            return -1;
+        }
+    }
+    return static_cast<int>(syscall(SYS_openat, AT_FDCWD, pszPath, nFlags, nMode));
 }
 
 // Every log line asks for the time, so that a log shows which identity the open record held meanwhile.

@@ -247,6 +247,32 @@ TEST_F(ReaderOpen, ARaiseThatCannotReopenGivesMinus51AndLeavesNothingOpen)
     EXPECT_EQ(openDescriptors(), m_nDescriptors + 4);
 }
 
+TEST_F(ReaderOpen, ARaiseThatCannotReopenGivesMinus51ThoughThePortOpensOnceMore)
+{
+    Dev_Rdz_Ic_RaiseBaundFlag(1);
+    s_openErrors = {0, EIO};
+    EXPECT_EQ(open(path(), 38400), -51);
+    EXPECT_EQ(s_nOpens, 3U);
+    EXPECT_THAT(s_sent, ElementsAre(Sent{"00 00 00 00", B9600}, Sent{"1B 25 49 32", B9600}));
+    EXPECT_GE(g_AuxFd, 0);
+    EXPECT_EQ(speed(), static_cast<speed_t>(B38400));
+    EXPECT_EQ(g_bIsLinuxHidClearZero, 0U);
+}
+
+TEST_F(ReaderOpen, ARateOfZeroOrLessIsRaisedToLikeAnyOtherRate)
+{
+    Dev_Rdz_Ic_RaiseBaundFlag(1);
+    for (int32_t nBaud : {0, -1, INT32_MIN}) {
+        SCOPED_TRACE(nBaud);
+        s_sent.clear();
+        EXPECT_EQ(open(path(), nBaud), 0);
+        EXPECT_THAT(s_sent,
+                    ElementsAre(Sent{"00 00 00 00", B9600}, Sent{"1B 25 49 31", B9600}, Sent{"1B 25 49 31", B9600}));
+        EXPECT_EQ(g_sParam.stParam.nBaud, static_cast<uint32_t>(nBaud));
+        EXPECT_EQ(Dev_Rdz_Ic_ClosePort(), 0);
+    }
+}
+
 TEST_F(ReaderOpen, TheSpeedSwitchOnItsOwn)
 {
     ASSERT_EQ(open(path()), 0);

@@ -157,4 +157,24 @@ TEST_F(ReaderOpen, AnIdentityKeeps64BitsAndIsTriedWith32)
     EXPECT_EQ(tried("HID"), (std::vector<Identity>{{0x55667788U, 0xDDEEFF00U}}));
 }
 
+TEST_F(ReaderOpen, ASerialPortThatIsStillOpenIsClosedByTheFirstUsbTryThatFails)
+{
+    ASSERT_EQ(open(path()), 0);
+    logOn();
+    EXPECT_EQ(open("HID"), -51);
+    EXPECT_EQ(countLogged("[COMM_Com_CloseLinux] Start "), 5U);
+    EXPECT_EQ(g_AuxFd, -2);
+    EXPECT_EQ(stBackUpParam.nType, 1U);
+}
+
+TEST_F(ReaderOpen, TheLastUsbTryThatFailsClosesNothing)
+{
+    Dev_Rdz_Ic_AddHid(-1, 0x1234, 0x5678);
+    ASSERT_EQ(open(path()), 0);
+    logOn();
+    EXPECT_EQ(open("HID"), -51);
+    EXPECT_EQ(countLogged("[COMM_Com_CloseLinux] Start "), 0U);
+    EXPECT_GE(g_AuxFd, 0);
+}
+
 } // namespace

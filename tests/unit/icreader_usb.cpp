@@ -89,6 +89,19 @@ TEST_F(UsbIdentities, AReaderIsFoundWhereverItsIdentityStands)
     }
 }
 
+TEST_F(UsbIdentities, AnOpenByUsbLeavesTheRecordsSerialFieldsAtTheirDefaults)
+{
+    plug({0xBCD7, 0x0403});
+    EXPECT_EQ(open("HID5", nullptr, 115200), 0);
+    EXPECT_EQ(g_sParam.stParam.nBaud, 9600U);
+    EXPECT_EQ(g_sParam.stParam.nPort, 1);
+    EXPECT_EQ(g_sParam.stParam.nAuxPort, 0);
+    EXPECT_STREQ(g_sParam.stParam.szTermPath, "");
+    EXPECT_EQ(g_sParam.stParam.nTimeOut, 3);
+    EXPECT_EQ(stCardReader.nReaderMode, 0);
+    EXPECT_EQ(stCardReader.nTimeOut, 3);
+}
+
 TEST_F(UsbIdentities, OfTwoReadersTheEarlierIdentityWinsNotTheEarlierPlace)
 {
     m_usb.plug({usbReader(0x2B46, 0xBE01), usbReader(0x0403, 0xBC95)});
@@ -235,6 +248,21 @@ TEST_F(UsbIdentities, ACountBeyondTheTableIsATableFull)
         g_nHidNum = nCount;
         EXPECT_EQ(open(), -51);
         EXPECT_EQ(m_tried, all);
+        EXPECT_EQ(g_nHidNum, nCount);
+    }
+}
+
+TEST_F(UsbIdentities, ACountBelowZeroTakesTriesAway)
+{
+    g_bIcSetHidFlag = 1;
+    const std::pair<int32_t, std::ptrdiff_t> rows[] = {{-1, 5}, {-5, 1}, {-6, 0}, {-7, 0}, {INT32_MIN, 0}};
+    for (auto [nCount, nTries] : rows) {
+        SCOPED_TRACE(nCount);
+        g_nHidNum = nCount;
+        logOn();
+        EXPECT_EQ(open(), -51);
+        EXPECT_EQ(m_tried, std::vector<Identity>(s_builtIn.begin(), s_builtIn.begin() + nTries));
+        EXPECT_EQ(closesLogged(), std::max<std::ptrdiff_t>(nTries - 1, 0));
         EXPECT_EQ(g_nHidNum, nCount);
     }
 }

@@ -234,8 +234,10 @@ TEST_F(AuxTerminal, AHostThatOpenedTheTtyItselfSetsItsDescriptor)
     EXPECT_EQ(COMM_Com_CloseAuxPort(0), 0);
     EXPECT_EQ(peer().wire(), std::string(szGwOpen) + " " + szGwClose);
     EXPECT_EQ(g_AuxFd, nFd);
-    EXPECT_EQ(SetAuxFd(-2), 0);
-    EXPECT_EQ(g_AuxFd, -2);
+    for (int32_t nNone : {-1, -2}) {
+        EXPECT_EQ(SetAuxFd(nNone), 0);
+        EXPECT_EQ(g_AuxFd, nNone);
+    }
     ::close(nFd);
 }
 
@@ -288,6 +290,16 @@ TEST_F(AuxTerminal, ACloseWithoutAPortDoesNothing)
     clearCalls();
     EXPECT_EQ(COMM_Com_CloseLinuxAux(0), 0);
     EXPECT_THAT(calls(), IsEmpty());
+}
+
+TEST_F(AuxTerminal, OnlyMinusTwoIsNoPortToAClose)
+{
+    g_AuxOp.nTermType = 2;
+    EXPECT_EQ(SetAuxFd(-1), 0);
+    EXPECT_EQ(COMM_Com_CloseLinuxAux(1), 0);
+    EXPECT_THAT(calls(),
+                ElementsAre(std::string("write ") + szGwClose, std::string("write ") + szReleaseScreen, "TCSETAF"));
+    EXPECT_EQ(g_AuxFd, -2);
 }
 
 TEST_F(AuxTerminal, TheFirstHalfOfACloseLeavesThePortOpen)
@@ -354,14 +366,15 @@ TEST_F(AuxTerminal, ACloseIsLoggedLineByLine)
     EXPECT_EQ(logWithoutTime(), line("[COMM_Com_CloseLinuxAux] Start ") + line(" g_AuxFd = -2 "));
 }
 
-TEST_F(AuxTerminal, TheScreensSequencesAreLogged)
+TEST_F(AuxTerminal, TheScreensSequencesAreLoggedWhereTheyAreSent)
 {
     logOn();
     ASSERT_EQ(COMM_Com_OpenLinuxAux(2, 1, 9600, 1), 0);
-    EXPECT_NE(rawLog().find("HEX: 1B5B3268"), std::string::npos) << rawLog();
+    const std::string sWrite = "WriteBlock  fd = " + std::to_string(g_AuxFd) + " ";
+    EXPECT_TRUE(logged({"AuxPrefix  LEN=4   HEX: 1B5B3268", sWrite, "WriteBlock  End ", sWrite, "WriteBlock  End "}));
     logOn();
     EXPECT_EQ(COMM_Com_CloseLinuxAux(1), 0);
-    EXPECT_NE(rawLog().find("HEX: 1B5B326C"), std::string::npos) << rawLog();
+    EXPECT_TRUE(logged({sWrite, "WriteBlock  End ", "AuxPrefix  LEN=4   HEX: 1B5B326C", sWrite, "WriteBlock  End "}));
 }
 
 TEST_F(AuxTerminal, AFailedOpenSaysWhyInTheLog)

@@ -109,8 +109,8 @@ TEST_F(Hidapi, AnOpenWhileOneIsOpenClosesThatFirst)
     logOn();
     EXPECT_EQ(COMM_Hid_OpenLinuxHid(0x0403, 0xBCD5), 0);
     EXPECT_THAT(m_hid.takeCalls(), ElementsAre("close", "open 0403 BCD5"));
-    EXPECT_EQ(logTexts().front(), "ICC_OpenLinuxHid:vid-0403 pid-bcd5");
-    EXPECT_EQ(logTexts().back(), "open hiddev success!\n");
+    EXPECT_THAT(logTexts(), ElementsAre("ICC_OpenLinuxHid:vid-0403 pid-bcd5", "Close hid!\n", "Close hid ok!\n",
+                                        "open hiddev success!\n"));
     EXPECT_EQ(FakeHid::openDevices(), 1);
 }
 
@@ -149,6 +149,13 @@ TEST_F(Hidapi, WithoutADeviceNothingIsWrittenButTheDataIsLogged)
     EXPECT_THAT(m_hid.takeCalls(), ElementsAre());
 }
 
+TEST_F(Hidapi, WithoutADeviceACommandThatNoDeviceTakesGivesMinus50Too)
+{
+    EXPECT_EQ(write(command(1025)), -50);
+    EXPECT_EQ(COMM_Hid_WriteLinuxHid(nullptr, 4), -50);
+    EXPECT_THAT(m_hid.takeCalls(), ElementsAre());
+}
+
 TEST_F(Hidapi, ACommandIsOneReportWithReportIdZero)
 {
     for (size_t nLen : {1U, 63U, 64U, 100U, 1022U, 1023U}) {
@@ -183,6 +190,23 @@ TEST_F(Hidapi, MoreThan1023BytesAreRefusedBeforeAnythingIsWritten)
     EXPECT_EQ(COMM_Hid_WriteLinuxHid(data.data(), 0xFFFFFFFFU), -54);
     EXPECT_EQ(COMM_Hid_WriteLinuxHid(nullptr, 4), -54);
     EXPECT_THAT(m_hid.takeCalls(), ElementsAre());
+}
+
+TEST_F(Hidapi, ARefusedCommandIsLoggedUpTo1024Bytes)
+{
+    open();
+    const Bytes data = command(1025);
+    std::string sDigits = hex(data.data(), 1024);
+    std::erase(sDigits, ' ');
+    for (uint32_t nLen : {1025U, 0x80000000U, 0xFFFFFFFFU}) {
+        SCOPED_TRACE(nLen);
+        logOn();
+        EXPECT_EQ(COMM_Hid_WriteLinuxHid(data.data(), nLen), -54);
+        EXPECT_EQ(logTexts().front(), "hid write  LEN=1024   HEX: " + sDigits);
+    }
+    logOn();
+    EXPECT_EQ(COMM_Hid_WriteLinuxHid(nullptr, 4), -54);
+    EXPECT_EQ(logTexts().front(), "hid write  LEN=4   HEX: ");
 }
 
 TEST_F(Hidapi, AnEmptyCommandIsAReportIdAlone)

@@ -67,6 +67,50 @@ TEST_F(HidapiBounds, NoMoreThanAReportCountsAsReceived)
     }
 }
 
+TEST_F(HidapiBounds, TheLongestTimeOutIsExceededNotReached)
+{
+    ASSERT_EQ(COMM_Hid_OpenLinuxHid(0x0403, 0xBCD5), 0);
+    const time_t nEnd = 1000 + time_t{INT32_MAX};
+    m_hid.onRead([&](size_t n) { m_clock.set(n < 3 ? 1001 : n == 3 ? nEnd : nEnd + 1); });
+    uint8_t buf[4];
+    EXPECT_EQ(COMM_Hid_ReadLinuxHid(buf, 4, INT32_MAX, nullptr), -56);
+    EXPECT_EQ(FakeHid::reads(), 4U);
+}
+
+TEST_F(HidapiBounds, AClockThatIsSetBackDoesNotEndTheRead)
+{
+    ASSERT_EQ(COMM_Hid_OpenLinuxHid(0x0403, 0xBCD5), 0);
+    m_hid.in("");
+    m_hid.in("41 42");
+    m_hid.onRead([&](size_t) { m_clock.set(400); });
+    uint8_t buf[2];
+    EXPECT_EQ(COMM_Hid_ReadLinuxHid(buf, 2, 3, nullptr), 2);
+}
+
+TEST_F(HidapiBounds, ABufferSaidToBeLargerThan2GiBTakesWhatComes)
+{
+    ASSERT_EQ(COMM_Hid_OpenLinuxHid(0x0403, 0xBCD5), 0);
+    for (uint32_t nMax : {0x80000000U, 0xFFFFFFFFU}) {
+        SCOPED_TRACE(nMax);
+        m_hid.in("41 42 03");
+        Bytes buf(8, 0xC5);
+        EXPECT_EQ(COMM_Hid_ReadLinuxHid(buf.data(), nMax, 3, atOnce), 3);
+        EXPECT_EQ(hex(buf.data(), 4), "41 42 03 C5");
+    }
+}
+
+TEST_F(HidapiBounds, ACloseIsToldOnceItIsDone)
+{
+    ASSERT_EQ(COMM_Hid_OpenLinuxHid(0x0403, 0xBCD5), 0);
+    std::vector<std::string> linesBefore;
+    m_hid.onCall([&](const std::string &) { linesBefore = logTexts(); });
+    logOn();
+    EXPECT_EQ(COMM_Hid_CloseLinuxHid(), 0);
+    m_hid.onCall(nullptr);
+    EXPECT_THAT(linesBefore, ElementsAre("Close hid!\n"));
+    EXPECT_EQ(logTexts().back(), "Close hid ok!\n");
+}
+
 TEST_F(HidapiBounds, AFailedOpenIsLoggedUntyped)
 {
     m_hid.failOpens(1);

@@ -4,6 +4,7 @@
 #include "fake_hidapi.h"
 #include "fake_sleep.h"
 #include "pty_peer.h"
+#include "steady_clock.h"
 #include "unwritten.h"
 
 #include "qvreader/support.h"
@@ -75,6 +76,14 @@ TEST_F(HidapiRead, WithoutADeviceOrBufferNothingIsRead)
     EXPECT_EQ(read(), -50);
     EXPECT_EQ(got(0), "");
     EXPECT_THAT(m_hid.takeCalls(), ElementsAre("close"));
+}
+
+TEST_F(HidapiRead, WithoutADeviceNothingIsLogged)
+{
+    COMM_Hid_CloseLinuxHid();
+    logOn();
+    EXPECT_EQ(read(), -50);
+    EXPECT_THAT(logTexts(), ElementsAre());
 }
 
 TEST_F(HidapiRead, TheFirstRunOfBytesOfAReportIsTaken)
@@ -226,11 +235,9 @@ TEST_F(HidapiRead, ReportsThatComeAtOnceAndEmptyDoNotMakeTheReadSpin)
     for (int i = 0; i < 3; ++i)
         m_hid.in("");
     m_hid.in("03");
+    SteadyClock steady;
     EXPECT_EQ(read(), 1);
-    auto pauses = FakeSleep::take();
-    ASSERT_EQ(pauses.size(), 3U);
-    for (long n : pauses)
-        EXPECT_TRUE(n > 0 && n <= 100) << n;
+    EXPECT_THAT(FakeSleep::take(), ElementsAre(100, 100, 100));
 }
 
 TEST_F(HidapiRead, APassThatWaitedOrBroughtSomethingIsNotFollowedByAPause)

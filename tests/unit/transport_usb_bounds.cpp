@@ -21,16 +21,22 @@ int32_t atOnce(const uint8_t *, int32_t)
     return 0;
 }
 
+int32_t onceSomethingCame(const uint8_t *, int32_t nLen)
+{
+    return nLen > 0 ? 0 : 1;
+}
+
 class UsbBounds : public UsbBus {
   protected:
     static int32_t write(const Bytes &data)
     {
         return COMM_Hid_WriteLinuxUsbLibHid(data.data(), static_cast<uint32_t>(data.size()));
     }
-    int32_t read(EndConditionFn end = atOnce)
+    int32_t read(EndConditionFn end = atOnce) { return COMM_Hid_ReadLinuxUsbLibHid(buffer(), 4096, 3, end); }
+    uint8_t *buffer()
     {
         m_buf.assign(4096, 0xC5);
-        return COMM_Hid_ReadLinuxUsbLibHid(m_buf.data(), static_cast<uint32_t>(m_buf.size()), 3, end);
+        return m_buf.data();
     }
 
     Bytes m_buf;
@@ -127,6 +133,36 @@ TEST_F(UsbBounds, AnyStrippingFlagButZeroStrips)
         m_usb.takeCalls();
         EXPECT_EQ(read([](const uint8_t *, int32_t nLen) -> int32_t { return nLen < 3; }), 3);
         EXPECT_EQ(hex(m_buf.data(), 3), "41 42 03");
+    }
+}
+
+TEST_F(UsbBounds, TheLongestTimeOutIsExceededNotReached)
+{
+    openReader();
+    m_usb.onSilence(nullptr);
+    const time_t nEnd = 1000 + time_t{INT32_MAX};
+    m_usb.onIn([&](size_t n) { m_clock.set(n < 3 ? 1001 : n == 3 ? nEnd : nEnd + 1); });
+    EXPECT_EQ(COMM_Hid_ReadLinuxUsbLibHid(buffer(), 16, INT32_MAX, never), 0);
+    EXPECT_EQ(FakeUsb::reads(), 4U);
+}
+
+TEST_F(UsbBounds, AClockThatIsSetBackDoesNotEndTheRead)
+{
+    openReader();
+    m_usb.inUntouched(-7);
+    m_usb.in("03");
+    m_usb.onIn([&](size_t) { m_clock.set(400); });
+    EXPECT_EQ(COMM_Hid_ReadLinuxUsbLibHid(buffer(), 16, 3, onceSomethingCame), 1);
+}
+
+TEST_F(UsbBounds, ABufferSaidToBeLargerThan2GiBTakesWhatComes)
+{
+    openReader();
+    for (uint32_t nMax : {0x80000000U, 0xFFFFFFFFU}) {
+        SCOPED_TRACE(nMax);
+        m_usb.in("41 42 03");
+        EXPECT_EQ(COMM_Hid_ReadLinuxUsbLibHid(buffer(), nMax, 3, atOnce), 3);
+        EXPECT_EQ(hex(m_buf.data(), 4), "41 42 03 C5");
     }
 }
 

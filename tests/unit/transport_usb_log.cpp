@@ -137,6 +137,41 @@ TEST_F(UsbLog, TheNumberOfTheInterfaceIsHexadecimal)
     EXPECT_EQ(m_usb.takeCalls().back(), "claim 26");
 }
 
+// ---- lines and calls ------------------------------------------------------------------------------------------------
+
+TEST_F(UsbLog, WhatIsGivenBackIsToldBeforeOrBehindIt)
+{
+    struct Row {
+        const char *pszCall; // that fails; empty: none
+        const char *pszLine;
+        bool bBefore; // the line stands in front of what is given back
+    };
+    const Row rows[] = {{"open", "libusb open failed\n", true},
+                        {"active_config", "get config failed\n", true},
+                        {"claim", "Cannot Claim Interface:-3\n", false},
+                        {"", "exit libusb!\n", false}};
+    m_usb.plug({usbReader(0x0403, 0xBCD5)});
+    for (const Row &row : rows) {
+        SCOPED_TRACE(row.pszLine);
+        const std::string sCall = row.pszCall;
+        if (!sCall.empty())
+            m_usb.results(sCall, {-3});
+        int nGivenBack = 0;
+        m_usb.onCall([&](const std::string &s) {
+            if (s == "close" || s == "free_list" || s == "exit") {
+                ++nGivenBack;
+                EXPECT_THAT(logTexts(), testing::Contains(row.pszLine).Times(row.bBefore ? 1 : 0)) << "at " << s;
+            }
+        });
+        logOn();
+        EXPECT_EQ(open(), sCall.empty() ? 0 : -3);
+        EXPECT_EQ(COMM_Hid_CloseLinuxUsbLibHid(), 0);
+        m_usb.onCall(nullptr);
+        EXPECT_EQ(nGivenBack, sCall == "open" ? 2 : 3);
+        EXPECT_THAT(logTexts(), Contains(row.pszLine));
+    }
+}
+
 // ---- write ----------------------------------------------------------------------------------------------------------
 
 TEST_F(UsbLog, AFailedTransferIsTyped)
@@ -182,6 +217,13 @@ TEST_F(UsbLog, ABadTimeOutIsTyped)
     logOn();
     EXPECT_EQ(read(atOnce, 0), 0);
     EXPECT_TRUE(withoutTimes().starts_with(typed(" Param err") + typed("read nRetVal:-7, nReadOneTm=0\n"))) << rawLog();
+}
+
+TEST_F(UsbLog, WithoutADeviceABadTimeOutIsNotLookedAt)
+{
+    logOn();
+    EXPECT_EQ(read(never, 0), -50);
+    EXPECT_THAT(logTexts(), ElementsAre());
 }
 
 TEST_F(UsbLog, ATimeOutIsTyped)

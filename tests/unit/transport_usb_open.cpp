@@ -218,6 +218,31 @@ TEST_F(UsbOpen, AFailedOpenLeavesTheNextOneAFreshStart)
     }
 }
 
+TEST_F(UsbOpen, AFailedClaimLeavesTheEndpointsThatWereLearnt)
+{
+    m_usb.plug({usbReader(0x0403, 0xBCD5)});
+    m_usb.results("claim", {-6});
+    EXPECT_EQ(COMM_Hid_OpenLinuxUsbLibHid(0x0403, 0xBCD5), -3);
+    EXPECT_EQ(endpointBytes(g_inep), "82 03 01 00 40");
+    EXPECT_EQ(endpointBytes(g_outep), "02 03 01 00 40");
+}
+
+TEST_F(UsbOpen, NeitherAnOpenNorACloseChangesTheStrippingFlag)
+{
+    m_usb.plug({usbReader(0x0403, 0xBCD5)});
+    for (uint32_t nFlag : {0U, 1U, 7U}) {
+        SCOPED_TRACE(nFlag);
+        COMM_Hid_SetLinuxHidClearZero(nFlag);
+        m_usb.results("claim", {-6});
+        EXPECT_EQ(COMM_Hid_OpenLinuxUsbLibHid(0x0403, 0xBCD5), -3);
+        EXPECT_EQ(g_bIsLinuxHidClearZero, nFlag);
+        EXPECT_EQ(COMM_Hid_OpenLinuxUsbLibHid(0x0403, 0xBCD5), 0);
+        EXPECT_EQ(g_bIsLinuxHidClearZero, nFlag);
+        EXPECT_EQ(COMM_Hid_CloseLinuxUsbLibHid(), 0);
+        EXPECT_EQ(g_bIsLinuxHidClearZero, nFlag);
+    }
+}
+
 // ---- the kernel's driver --------------------------------------------------------------------------------------------
 
 TEST_F(UsbOpen, TheKernelsDriverIsDetachedOnlyWhereItIsActive)

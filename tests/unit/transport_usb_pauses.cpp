@@ -2,6 +2,7 @@
 // wait of a pass that brought nothing.
 
 #include "fake_hidapi.h"
+#include "steady_clock.h"
 #include "usb_bus.h"
 
 #include <cerrno>
@@ -100,6 +101,27 @@ TEST_F(UsbPauses, AFailedBulkReportIsNotFollowedByAPause)
     EXPECT_THAT(FakeSleep::take(), ElementsAre());
 }
 
+// ---- a pass that brings nothing ---------------------------------------------------------------------------------------
+
+// How long passes that bring nothing last, in milliseconds, and the pauses behind them.
+const std::vector<long> s_passes = {0, 1, 30, 99, 100, 101, 1000, 40};
+const std::vector<long> s_pauses = {100, 99, 70, 1, 60};
+
+TEST_F(UsbPauses, APassThatBroughtNothingWaitsOutTheRestOf100Milliseconds)
+{
+    openReader(64, 2);
+    SteadyClock steady;
+    for (size_t i = 0; i < s_passes.size(); ++i)
+        m_usb.inUntouched(-4);
+    m_usb.in("03");
+    m_usb.onIn([](size_t n) {
+        if (n <= s_passes.size())
+            SteadyClock::advance(s_passes[n - 1]);
+    });
+    EXPECT_EQ(read(endsWithEtx), 1);
+    EXPECT_EQ(FakeSleep::take(), s_pauses);
+}
+
 // ---- a pass that is cancelled ---------------------------------------------------------------------------------------
 
 TEST_F(UsbPauses, ATimeOutIsSeenBeforeACancelOfTheSamePass)
@@ -140,6 +162,20 @@ class HidapiPauses : public UsbPauses {
 
     FakeHid m_hid;
 };
+
+TEST_F(HidapiPauses, APassThatBroughtNothingWaitsOutTheRestOf100Milliseconds)
+{
+    SteadyClock steady;
+    for (size_t i = 0; i < s_passes.size(); ++i)
+        m_hid.in("");
+    m_hid.in("03");
+    m_hid.onRead([](size_t n) {
+        if (n <= s_passes.size())
+            SteadyClock::advance(s_passes[n - 1]);
+    });
+    EXPECT_EQ(read(endsWithEtx), 1);
+    EXPECT_EQ(FakeSleep::take(), s_pauses);
+}
 
 TEST_F(HidapiPauses, ATimeOutIsSeenBeforeACancelOfTheSamePass)
 {

@@ -37,6 +37,13 @@ TEST_F(UsbWrite, WithoutADeviceNothingIsSentButTheDataIsLogged)
     EXPECT_THAT(m_usb.takeCalls(), ElementsAre());
 }
 
+TEST_F(UsbWrite, WithoutADeviceACommandThatNoDeviceTakesGivesMinus50Too)
+{
+    EXPECT_EQ(write(filled(1025)), -50);
+    EXPECT_EQ(COMM_Hid_WriteLinuxUsbLibHid(nullptr, 4), -50);
+    EXPECT_THAT(m_usb.takeCalls(), ElementsAre());
+}
+
 TEST_F(UsbWrite, AShortCommandIsOneReportPaddedWithZeros)
 {
     openReader();
@@ -110,6 +117,23 @@ TEST_F(UsbWrite, MoreThan1024BytesAreRefusedBeforeAnythingIsSent)
     EXPECT_EQ(COMM_Hid_WriteLinuxUsbLibHid(data.data(), 0xFFFFFFFFU), -54);
     EXPECT_EQ(COMM_Hid_WriteLinuxUsbLibHid(nullptr, 4), -54);
     EXPECT_THAT(m_usb.takeCalls(), ElementsAre());
+}
+
+TEST_F(UsbWrite, ARefusedCommandIsLoggedUpTo1024Bytes)
+{
+    openReader();
+    const Bytes data = filled(1025);
+    std::string sDigits = hex(data.data(), 1024);
+    std::erase(sDigits, ' ');
+    for (uint32_t nLen : {1025U, 0x80000000U, 0xFFFFFFFFU}) {
+        SCOPED_TRACE(nLen);
+        logOn();
+        EXPECT_EQ(COMM_Hid_WriteLinuxUsbLibHid(data.data(), nLen), -54);
+        EXPECT_EQ(logTexts().front(), "hid write  LEN=1024   HEX: " + sDigits);
+    }
+    logOn();
+    EXPECT_EQ(COMM_Hid_WriteLinuxUsbLibHid(nullptr, 4), -54);
+    EXPECT_EQ(logTexts().front(), "hid write  LEN=4   HEX: ");
 }
 
 TEST_F(UsbWrite, AnEmptyCommandIsOneReportOfZeros)
