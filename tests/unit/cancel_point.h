@@ -8,6 +8,8 @@
 #include "fake_clock.h"
 #include "pty_peer.h"
 
+#include "qvreader/transport.h"
+
 #include <gtest/gtest.h>
 
 #include <functional>
@@ -22,6 +24,7 @@ namespace qvtest {
 struct Exchange {
     std::string sCommand; // in hexadecimal; empty: the call reads without a command
     std::string sReply;   // empty: the call waits here until it is cancelled
+    bool bAwaited = true; // false: the command has no reply, and the call goes on
 };
 
 enum class Port { OfTheTest, OfTheCall }; // who opens and closes it
@@ -33,6 +36,7 @@ struct CancelPoint {
     int32_t nResult;
     Port port = Port::OfTheTest;
     std::function<void()> check = {}; // after the call, before the next exchange
+    std::function<int32_t()> cancel = COMM_Dev_CancelRead;
 };
 std::ostream &operator<<(std::ostream &out, const CancelPoint &point);
 

@@ -1,6 +1,7 @@
 # The wire, from the serial port up to the IC reader: scripted conversations over pseudo-terminals.
 
-qv_add_test(transport_dispatcher FAKE_CLOCK FAKE_USB SOURCES transport_dispatcher.cpp)
+qv_add_test(transport_dispatcher FAKE_CLOCK FAKE_USB SOURCES transport_dispatcher.cpp transport_dispatcher_budget.cpp
+            transport_dispatcher_log.cpp)
 qv_add_test(transport_serial RUN_SERIAL SOURCES transport_serial.cpp transport_serial_settings.cpp
             transport_serial_write.cpp transport_serial_single_shots.cpp transport_serial_calls.cpp)
 qv_add_test(transport_serial_read SOURCES transport_serial_read.cpp)
@@ -8,6 +9,7 @@ qv_add_test(transport_serial_timeouts FAKE_CLOCK SOURCES transport_serial_timeou
 qv_add_test(transport_serial_cancel SOURCES transport_serial_cancel.cpp LABELS threads)
 qv_add_test(protocol_packet SOURCES protocol_packet.cpp LABELS small)
 qv_add_test(protocol_ic_commands SOURCES protocol_ic_commands.cpp LABELS small)
+qv_add_test(protocol_stripe_commands SOURCES protocol_stripe_commands.cpp LABELS small)
 qv_add_test(protocol_exchange FAKE_CLOCK SOURCES protocol_exchange.cpp)
 qv_add_test(protocol_read_write SOURCES protocol_read_write.cpp)
 qv_add_test(icreader_open FAKE_USB RUN_SERIAL SOURCES icreader_open.cpp icreader_open_usb.cpp icreader_open_speed.cpp
