@@ -3,15 +3,14 @@
 
 #include "pty_peer.h"
 #include "reader_peer.h"
+#include "storm.h"
 
 #include "qvreader/icreader.h"
 
 #include <gtest/gtest.h>
 
 #include <array>
-#include <atomic>
 #include <chrono>
-#include <thread>
 
 using namespace qvtest;
 
@@ -24,34 +23,6 @@ constexpr auto nPrompt = std::chrono::seconds(5); // a round waits 0.1 s; the re
 const Bytes s_answered = bytes("00 B0 00 00 04"), s_unanswered = bytes("00 84 00 00 08");
 constexpr const char *pszAtr = "3B 65 00 00 9C 02 02 07 02";
 constexpr const char *pszResponse = "11 22 33 44 90 00";
-
-// Cancels for as long as it lives.
-class Storm {
-  public:
-    Storm()
-        : m_thread([this] {
-              while (!m_bOver) {
-                  EXPECT_EQ(COMM_Rdz_Cancel(), 0);
-                  ++m_nCancels;
-                  std::this_thread::yield();
-              }
-          })
-    {
-    }
-    ~Storm()
-    {
-        m_bOver = true;
-        m_thread.join();
-    }
-    Storm(const Storm &) = delete;
-    Storm &operator=(const Storm &) = delete;
-    long cancels() const { return m_nCancels; }
-
-  private:
-    std::atomic<bool> m_bOver{false};
-    std::atomic<long> m_nCancels{0};
-    std::thread m_thread;
-};
 
 // The parameter: logging.
 class CancelStorm : public testing::TestWithParam<bool> {
@@ -112,7 +83,7 @@ class CancelStorm : public testing::TestWithParam<bool> {
 TEST_P(CancelStorm, HarmsNoConversation)
 {
     {
-        Storm storm;
+        Storm storm(COMM_Rdz_Cancel);
         for (int i = 0; i < nRounds; ++i) {
             SCOPED_TRACE(i);
             const auto start = std::chrono::steady_clock::now();

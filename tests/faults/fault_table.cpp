@@ -103,7 +103,8 @@ const char *name(Target target)
 
 std::string describe(const Call &call)
 {
-    static constexpr const char *steps[] = {"initDriver", "open", "power on", "APDU", "power off", "close"};
+    static constexpr const char *steps[] = {"initDriver", "open",  "power on",   "APDU",
+                                            "power off",  "close", "stripe call"};
     return call.sKind + " of " + name(call.target) + ", number " + std::to_string(call.nOrdinal) + " in " +
            steps[static_cast<size_t>(call.step)];
 }

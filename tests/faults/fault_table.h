@@ -16,8 +16,8 @@ namespace qvtest {
 enum class Target { Tty, Ini, Log, Folder, None };
 
 // The calls of the library's interface that a conversation is made of.
-enum class Step { Init, Open, PowerOn, Apdu, PowerOff, Close };
-constexpr size_t nSteps = 6;
+enum class Step { Init, Open, PowerOn, Apdu, PowerOff, Close, Stripe };
+constexpr size_t nSteps = 6; // of a conversation with a card; a stripe card is read or written in one call
 
 // One call by its place: the nOrdinal-th (from 1) of this kind on this target within this step.
 struct Call {

@@ -62,10 +62,12 @@ void ReaderPeer::run()
                 m_received.erase(m_received.end() - sizeof ucMarker, m_received.end());
                 m_pending.clear();
                 checked(static_cast<int>(write(m_line.master(), ucMarker, sizeof ucMarker)), "write marker");
-            } else if (buf[i] == ucFrameEnd) {
-                if (auto found = m_answers.find(hex(m_pending)); found != m_answers.end())
+            } else if (auto found = m_answers.find(hex(m_pending)); found != m_answers.end()) {
+                if (!found->second.empty())
                     checked(static_cast<int>(write(m_line.master(), found->second.data(), found->second.size())),
                             "write");
+                m_pending.clear();
+            } else if (buf[i] == ucFrameEnd) {
                 m_pending.clear();
             }
         }

@@ -23,7 +23,7 @@ class ReaderPeer {
     ReaderPeer &operator=(const ReaderPeer &) = delete;
 
     const std::string &path() const { return m_line.path(); }
-    // The answer to a command frame, both in hexadecimal.
+    // The answer to a command, both in hexadecimal; empty: the command has none.
     void answer(const std::string &sCommand, const std::string &sReply)
     {
         std::scoped_lock lock(m_guard);
@@ -45,7 +45,7 @@ class ReaderPeer {
     std::map<std::string, Bytes> m_answers;
     std::mutex m_guard;
     Bytes m_received; // since the last settle()
-    Bytes m_pending;  // not yet a whole frame
+    Bytes m_pending;  // not yet a whole command
     std::thread m_thread;
 };
 

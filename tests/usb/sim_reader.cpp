@@ -1,10 +1,9 @@
 #include "sim_reader.h"
 
+#include "harness.h"
 #include "model/script_card.h"
 
 #include <chrono>
-#include <fstream>
-#include <sstream>
 #include <stdexcept>
 
 namespace qvtest {
@@ -17,6 +16,11 @@ constexpr std::chrono::milliseconds kCardPatience{2500};
 qvsim::TimePoint now()
 {
     return std::chrono::steady_clock::now();
+}
+
+std::string fileOf(std::string_view sCard, std::string_view sEnding)
+{
+    return std::string(QV_CARDS) + "/" + std::string(sCard) + std::string(sEnding);
 }
 
 // Zeros behind the last byte fill a report up.
@@ -44,16 +48,30 @@ SimReader::~SimReader()
 
 void SimReader::insert(qvsim::SlotCode slot, std::string_view sCard)
 {
-    const std::string sFile = std::string(QV_CARDS) + "/" + std::string(sCard) + ".card";
-    std::ostringstream text;
-    text << std::ifstream(sFile).rdbuf();
-    qvsim::CardScriptResult script = qvsim::parseCardScript(text.str(), sFile);
+    const std::string sFile = fileOf(sCard, ".card");
+    qvsim::CardScriptResult script = qvsim::parseCardScript(readFile(sFile), sFile);
     if (const std::string *pWrong = std::get_if<std::string>(&script))
         throw std::runtime_error(*pWrong);
     auto card = std::make_unique<qvsim::ScriptCard>(std::get<qvsim::CardScript>(std::move(script)), sFile);
     const std::scoped_lock lock(m_guard);
     if (!m_reader.insert(slot, std::move(card), now()))
         throw std::runtime_error("the slot holds a card already");
+}
+
+void SimReader::offerStripe(std::string_view sCard)
+{
+    const std::string sFile = fileOf(sCard, ".stripe");
+    qvsim::StripeCardResult card = qvsim::parseStripeCard(readFile(sFile), sFile);
+    if (const std::string *pWrong = std::get_if<std::string>(&card))
+        throw std::runtime_error(*pWrong);
+    const std::scoped_lock lock(m_guard);
+    m_reader.stripe().offer(std::get<qvsim::StripeCard>(std::move(card)), sFile);
+}
+
+std::string SimReader::stripeTrack(size_t nTrack)
+{
+    const std::scoped_lock lock(m_guard);
+    return m_reader.stripe().card()->tracks.at(nTrack - 1).text;
 }
 
 void SimReader::setDevice(std::string_view sField, std::string_view sValue)
@@ -87,6 +105,7 @@ void SimReader::take(const qvsim::UsbReceived &received)
 {
     const std::scoped_lock lock(m_guard);
     m_reader.receive(withoutPadding(received.bytes), std::nullopt, now());
+    m_reader.tick(now()); // the swipe of a magnetic card
     for (const qvsim::SentBytes &sent : m_reader.takeOutput())
         m_line->reply(sent.bytes, received.interface, received.device);
 }

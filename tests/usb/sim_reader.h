@@ -25,6 +25,10 @@ class SimReader {
     void insert(qvsim::SlotCode slot, std::string_view sCard);
     // A field of the device record.
     void setDevice(std::string_view sField, std::string_view sValue);
+    // A magnetic card of simulator/cards: every read or write of the head gets a swipe of it.
+    void offerStripe(std::string_view sCard);
+    // The text that track 1, 2 or 3 of it holds now.
+    std::string stripeTrack(size_t nTrack);
     // What follows "slot N ": "powered ...".
     std::string slot(qvsim::SlotCode slot);
     // Pulled out and put in again: the cards have no power then.
