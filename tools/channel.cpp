@@ -84,6 +84,11 @@ std::string closeSequence(const AuxPort &aux)
     return std::string(szText.data()) + (aux.bPrefix ? "\x1B[2l" : "");
 }
 
+UsbSide usbSide(const Options &options)
+{
+    return options.command == Command::stripe ? UsbSide::stripe : UsbSide::ic;
+}
+
 // Of devices of one identity the library opens whichever the USB library lists first: a busy one keeps it off them all,
 // since an open begins with a reset; an unusable one may not be the one.
 UsbTrouble claimIdentity(std::span<const UsbDevice> devices, Port &port)
@@ -111,7 +116,7 @@ UsbTrouble claimIdentity(std::span<const UsbDevice> devices, Port &port)
 // The library tries the identities in turn and so passes an unusable device over; a busy one must not be tried.
 std::optional<std::string> claimUsb(const Options &options, Port &port)
 {
-    const std::vector<UsbDevice> devices = usbReaders(options.usbId);
+    const std::vector<UsbDevice> devices = usbReaders(options.usbId, usbSide(options));
     std::optional<UsbId> usable;
     std::string sFirst;
     bool bBusy = false;
@@ -126,7 +131,7 @@ std::optional<std::string> claimUsb(const Options &options, Port &port)
         first = last;
     }
     if (!usable)
-        return sFirst.empty() ? noReaderText(options.usbId) : sFirst;
+        return sFirst.empty() ? noReaderText(options.usbId, usbSide(options)) : sFirst;
     if (bBusy)
         port.setOnlyUsbId(*usable);
     return std::nullopt;
@@ -135,11 +140,11 @@ std::optional<std::string> claimUsb(const Options &options, Port &port)
 // What stands in the way of the first device that has something in its way.
 std::string usbFailure(const Options &options)
 {
-    const std::vector<UsbDevice> devices = usbReaders(options.usbId);
+    const std::vector<UsbDevice> devices = usbReaders(options.usbId, usbSide(options));
     for (const UsbDevice &device : devices)
         if (std::string sText = usbTrouble(device, true).sText; !sText.empty())
             return sText;
-    return devices.empty() ? noReaderText(options.usbId) : std::string();
+    return devices.empty() ? noReaderText(options.usbId, usbSide(options)) : std::string();
 }
 
 int32_t openReader(const Options &options, Port &port)
@@ -157,7 +162,7 @@ int32_t openReader(const Options &options, Port &port)
 std::optional<std::string> claimChannel(const Options &options, Port &port)
 {
     switch (options.channel()) {
-    case Channel::serial: return port.claim(options.sPort);
+    case Channel::serial: return port.claim(options.ttyPath());
     case Channel::usb: return claimUsb(options, port);
     default: break;
     }
@@ -174,9 +179,14 @@ int32_t openChannel(const Options &options, Port &port)
     return options.aux ? openAux(*options.aux, options.nBaud) : openReader(options, port);
 }
 
+std::string openTrouble(const Options &options)
+{
+    return options.channel() == Channel::usb ? usbFailure(options) : std::string();
+}
+
 std::string openFailure(const Options &options, int32_t nResult)
 {
-    const std::string sTrouble = options.channel() == Channel::usb ? usbFailure(options) : std::string();
+    const std::string sTrouble = openTrouble(options);
     return options.sPort + ": " + (sTrouble.empty() ? resultText(nResult) : sTrouble);
 }
 

@@ -15,7 +15,9 @@ std::optional<std::string> claimChannel(const Options &options, Port &port);
 
 // 0 or the library's code. Behind a code that is not 0 the port may be open: close it.
 int32_t openChannel(const Options &options, Port &port);
-// Why that failed.
+// Why that failed, where it is to be seen: "... is busy: ..."; empty: it is not.
+std::string openTrouble(const Options &options);
+// The same in any case, behind the port's name.
 std::string openFailure(const Options &options, int32_t nResult);
 void closeChannel(const Options &options);
 

@@ -26,8 +26,11 @@ constexpr char szScan[] = "slot scan (DealCardSlot, Dev_Rdz_Ic_DetectCard)";
 constexpr char szWhich[] = "which card (ICC_RDZ73xxCHECKCARD)";
 constexpr char szKind[] = "card kind (COMM_Icc_detectMulCard)";
 constexpr char szAny[] = "any call";
+constexpr char szEngine[] = "magnetic stripe, engine codes (APP_Msg_..., MSG_QV_...)";
+constexpr char szTy[] = "magnetic stripe, TY codes (Linux_QV_...MsgCard)";
+constexpr char szStandard[] = "magnetic stripe, standard codes (MS_ReadCard, MS_WriteCard)";
 
-constexpr std::array<CodeRow, 36> codeTable{{
+constexpr std::array<CodeRow, 67> codeTable{{
     {0, szAny, "done"},
     {0, szWhich, "contact card or identity card"},
     {1, szScan, "contactless card powered up; the current slot is 255"},
@@ -64,6 +67,48 @@ constexpr std::array<CodeRow, 36> codeTable{{
     {-57, szTransport, "the read was cancelled"},
     {-99, szScan, "the contactless side failed in another way"},
     {-100, "JSON call (DEV_CommCall)", "null argument, or a negative port number or time-out"},
+    {-1, szEngine, "a command that is not answered could not be sent"},
+    {-2, szEngine, "wrong time-out, port name, buffers or text; nothing was read or written"},
+    {-4, szEngine, "the reply, or the answer how it went, is not as it should be; over USB also no card"},
+    {-5, szEngine, "the card was swiped but could not be read"},
+    {-6, szEngine, "the card could not be written, or none came in time; or no usable set of texts"},
+    {-9, szEngine, "nothing is recorded on the card"},
+    {-50, szEngine, "the reader could not be opened"},
+    {-54, szEngine, "the command could not be sent"},
+    {-55, szEngine, "reading from the port failed, or the reader did not accept the separator"},
+    {-56, szEngine, "no card came in time, or the reader did not answer"},
+    {-57, szEngine, "cancelled"},
+    {-100, szEngine, "the reader refused to write, with another status word"},
+    {-1, szTy, "the reader could not be opened"},
+    {-2, szTy, "the command could not be sent"},
+    {-3, szTy, "reading from the port failed, or the reader did not accept the separator"},
+    {-4, szTy, "the reply, or the answer how it went, is not as it should be; over USB also no card"},
+    {-5, szTy, "the card was swiped but could not be read"},
+    {-6, szTy, "the card could not be written, or none came in time; or no usable set of texts"},
+    {-7, szTy, "cancelled"},
+    {-8, szTy, "no card came in time, or the reader did not answer"},
+    {-9, szTy, "wrong time-out, port name, buffers or text; nothing was read or written"},
+    {-10, szTy, "nothing is recorded on the card; the only code here without a message of its own"},
+    {-100, szTy, "anything else, also a command that could not be sent because it is not answered"},
+    {-2, szStandard, "made of the engine code -8, which the engine does not give"},
+    {-3, szStandard, "a command that is not answered could not be sent (engine code -1)"},
+    {-6, szStandard,
+     "the reply, or the answer how it went, is not as it should be (engine code -4); over USB also no card"},
+    {-10, szStandard, "wrong time-out, port name, buffers or text (engine code -2)"},
+    {-11, szStandard, "made of the engine code -3, which the engine does not give"},
+    {-23, szStandard, "made of the engine code -7, which the engine does not give"},
+    {-99, szStandard, "anything else: not opened, no card in time, cancelled, read or write fault, nothing recorded"},
+    {0, szTy, "done"},
+}};
+
+struct StripeStatusRow {
+    int64_t nWord;
+    const char *pszText;
+};
+
+constexpr std::array<StripeStatusRow, 2> stripeStatusTable{{
+    {0x4001, "no data on the card; of a write: it failed"},
+    {0x4002, "the card could not be read"},
 }};
 
 constexpr int64_t nHighestWord = 0xFFFF;
@@ -74,14 +119,17 @@ void addMeaning(Explanation &out, std::string sReading, const char *pszSet, std:
 {
     auto same = [&](const Meaning &meaning) { return meaning.sSet == pszSet && meaning.sText == sText; };
     if (std::none_of(out.meanings.begin(), out.meanings.end(), same))
-        out.meanings.push_back({std::move(sReading), pszSet, std::move(sText)});
+        out.meanings.push_back({std::move(sReading), pszSet, std::move(sText), std::nullopt, {}});
 }
 
 void asCode(Explanation &out, int64_t nCode)
 {
     for (const CodeRow &row : codeTable)
-        if (row.nCode == nCode)
+        if (row.nCode == nCode) {
             addMeaning(out, std::to_string(nCode), row.pszSet, row.pszText);
+            if (row.pszSet == szTy && out.meanings.back().sSet == szTy)
+                out.meanings.back().tyCode = row.nCode;
+        }
 }
 
 void asReaderStatus(Explanation &out, int64_t nWord, const char *pszSet, const std::string &sReading)
@@ -97,6 +145,9 @@ void asWord(Explanation &out, int64_t nWord)
         return;
     const std::string sReading = "SW " + hexWord(static_cast<uint32_t>(nWord));
     asReaderStatus(out, nWord, "status word of the reader", sReading);
+    for (const StripeStatusRow &row : stripeStatusTable)
+        if (row.nWord == nWord)
+            addMeaning(out, sReading, "status word of the stripe head", row.pszText);
     std::string sCard = cardStatusText(static_cast<uint32_t>(nWord));
     if (!sCard.empty())
         addMeaning(out, sReading, "status word of the card (ISO 7816-4)", sCard);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,6 +13,8 @@ struct Meaning {
     std::string sReading; // how the text was read: "-56", "SW 6A82"
     std::string sSet;     // the set of codes that it belongs to
     std::string sText;
+    std::optional<int32_t> tyCode; // of a set whose codes have a message for hosts
+    std::string sMessage;          // that one, where the caller has asked the library for it
 };
 
 struct Explanation {

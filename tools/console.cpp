@@ -28,9 +28,9 @@ void Console::put(std::string_view sText)
 
 void Console::clearStatus()
 {
-    if (m_bStatus)
+    if (!m_sStatus.empty())
         put(sRewrite);
-    m_bStatus = false;
+    m_sStatus.clear();
 }
 
 void Console::line(std::string_view sText)
@@ -65,13 +65,11 @@ void Console::release()
 void Console::status(std::string_view sText)
 {
     std::scoped_lock lock(m_guard);
-    if (!m_bTerminal || m_bHold)
+    if (!m_bTerminal || m_bHold || sText == m_sStatus)
         return;
     clearStatus();
-    if (!sText.empty()) {
-        put(sText);
-        m_bStatus = true;
-    }
+    put(sText);
+    m_sStatus = sText;
     std::fflush(stderr);
 }
 

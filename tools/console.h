@@ -33,7 +33,7 @@ class Console {
 
     std::mutex m_guard;
     bool m_bTerminal;
-    bool m_bStatus = false;
+    std::string m_sStatus; // that stands there; empty: none
     bool m_bHold = false;
     std::string m_sHeld;
 };

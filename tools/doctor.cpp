@@ -37,6 +37,14 @@ std::string oneOf(const std::vector<std::string> &names)
     return sText;
 }
 
+// Where only one side of the library tries this identity by itself.
+const char *forWhat(UsbId id)
+{
+    const bool bIc = sideKnows(UsbSide::ic, id);
+    const bool bStripe = sideKnows(UsbSide::stripe, id);
+    return bIc == bStripe ? "" : bIc ? ", all commands but stripe" : ", stripe only";
+}
+
 class Examination {
   public:
     Examination(const Options &options, Port &port, Watch &watch, Outcome &outcome)
@@ -127,9 +135,9 @@ void Examination::badUsb(const char *pszName, const std::string &sText, const st
 
 void Examination::usb()
 {
-    const std::vector<UsbDevice> devices = usbReaders(m_options.usbId);
+    const std::vector<UsbDevice> devices = usbReaders(m_options.usbId, UsbSide::any);
     if (devices.empty() && m_options.channel() == Channel::usb)
-        wrong("usb", "no reader is on USB (looked for " + usbIdentitiesText(m_options.usbId) + ")",
+        wrong("usb", "no reader is on USB (looked for " + usbIdentitiesText(m_options.usbId, UsbSide::any) + ")",
               "is it plugged in? lsusb shows all devices; another identity goes with --usb-id", Exit::port);
     else if (devices.empty())
         good("usb", "no reader is on USB");
@@ -141,7 +149,7 @@ void Examination::usbDevice(const UsbDevice &device)
 {
     good("usb", device.idText() + (device.sProduct.empty() ? "" : " \"" + device.sProduct + "\"") +
                     " is plugged in at " + device.sPlace + " (bus " + std::to_string(device.nBus) + ", device " +
-                    std::to_string(device.nDevice) + "); --port HID");
+                    std::to_string(device.nDevice) + "); --port HID" + forWhat(device.id));
     usbNodes(device);
     usbDriver(device);
     usbHolders(device);

@@ -97,6 +97,11 @@ int Outcome::exitCode() const
 
 std::string Outcome::document()
 {
+    if (!warnings.empty()) {
+        cJSON *pList = cJSON_AddArrayToObject(json.get(), "warnings");
+        for (const std::string &sWarning : warnings)
+            appendText(pList, sWarning);
+    }
     if (failure)
         addError(json.get(), exitCode(), failure->sText, failure->nResult);
     addNumber(json.get(), "exitCode", exitCode());

@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace qvtool {
 
@@ -36,11 +37,12 @@ std::string printed(const Json &root);
 struct Outcome {
     std::string sLines;
     Json json = newObject();
+    std::vector<std::string> warnings;
     Exit nCode = Exit::ok; // where nothing failed
     std::optional<Failure> failure;
 
     int exitCode() const;
-    // The whole document, "error" and "exitCode" at its end.
+    // The whole document; warnings, "error" and "exitCode" at its end.
     std::string document();
 };
 

@@ -1,15 +1,18 @@
-// On a tty each read and write is a piece of its own. Over USB a command is cut into reports that are filled up with
-// zeros, so that it is put together here until the library asks for an answer; frames hold no zero bytes.
+// On a tty each read and write is a piece of its own. Over USB a command is cut into reports, the last of which is filled
+// up with zeros: it is put together here until its end has gone out, or the library asks for an answer. Commands hold no
+// zero bytes.
 #include "line_tap.h"
 
 #include <qvreader/transport.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <dlfcn.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -20,7 +23,7 @@ constexpr size_t nMostHeard = 4096;
 constexpr uint8_t ucDirectionIn = 0x80; // bit of an endpoint address
 constexpr int nUsbTimeOut = -7;         // of libusb: nothing came, and nothing is wrong
 
-qvtool::LineListener *s_pListener = nullptr;
+std::vector<qvtool::LineListener *> s_listeners;
 uint64_t s_nReceived = 0;
 Bytes s_heard;
 Bytes s_reports; // of the command that is on its way out over USB
@@ -31,8 +34,8 @@ void tellSent(BytesView data)
 {
     s_heard.clear();
     s_bSendFailed = false;
-    if (s_pListener != nullptr)
-        s_pListener->sent(data);
+    for (qvtool::LineListener *pListener : s_listeners)
+        pListener->sent(data);
 }
 
 void tellReceived(BytesView data)
@@ -40,8 +43,8 @@ void tellReceived(BytesView data)
     s_nReceived += data.size();
     const BytesView kept = data.first(std::min(data.size(), nMostHeard - s_heard.size()));
     s_heard.insert(s_heard.end(), kept.begin(), kept.end());
-    if (s_pListener != nullptr)
-        s_pListener->received(data);
+    for (qvtool::LineListener *pListener : s_listeners)
+        pListener->received(data);
 }
 
 void tellFailed(const char *pszCall, const char *pszError, bool bSending)
@@ -50,8 +53,8 @@ void tellFailed(const char *pszCall, const char *pszError, bool bSending)
         s_heard.clear();
         s_bSendFailed = true;
     }
-    if (s_pListener != nullptr)
-        s_pListener->failed(pszCall, pszError);
+    for (qvtool::LineListener *pListener : s_listeners)
+        pListener->failed(pszCall, pszError);
 }
 
 BytesView withoutPadding(BytesView data)
@@ -68,6 +71,18 @@ void tellReports()
     const Bytes reports = std::move(s_reports);
     s_reports.clear();
     tellSent(withoutPadding(reports));
+}
+
+// Whether this is a command's last report: one that is filled up, or one that ends as frames and texts do.
+bool endsCommand(BytesView report)
+{
+    constexpr std::array<uint8_t, 3> textEnd{0x1D, 0x1B, 0x5C};
+    if (report.empty())
+        return false;
+    const uint8_t ucLast = report.back();
+    return ucLast == 0x00 || ucLast == 0x03 || ucLast == 0x04 ||
+           (report.size() >= textEnd.size() &&
+            std::equal(textEnd.begin(), textEnd.end(), report.end() - textEnd.size()));
 }
 
 // libusb's own words.
@@ -100,7 +115,7 @@ int transfer(TransferCall call, const char *pszName, libusb_device_handle *pHand
     else if (const BytesView data = withoutPadding(moved); !data.empty())
         tellReceived(data);
     const bool bFailed = nResult != 0 && !(bIn && nResult == nUsbTimeOut);
-    if (bFailed && !bIn)
+    if (!bIn && (bFailed || endsCommand(moved)))
         tellReports();
     if (bFailed && (!bIn || nResult != s_nToldError))
         tellFailed(pszName, transferError(nResult), !bIn);
@@ -168,10 +183,15 @@ __attribute__((visibility("default"))) int libusb_bulk_transfer(libusb_device_ha
 
 namespace qvtool {
 
-void listenToLine(LineListener *pListener)
+void listenToLine(LineListener &listener)
+{
+    s_listeners.push_back(&listener);
+}
+
+void stopListening(LineListener &listener)
 {
     tellReports();
-    s_pListener = pListener;
+    std::erase(s_listeners, &listener);
 }
 
 uint64_t bytesReceived()

@@ -24,8 +24,9 @@ class LineListener {
     ~LineListener() = default;
 };
 
-// Null: nobody listens.
-void listenToLine(LineListener *pListener);
+// Listeners are told in the order in which they came.
+void listenToLine(LineListener &listener);
+void stopListening(LineListener &listener);
 
 // How many bytes have come from the reader's port so far, heard by a listener or not: tells noise from silence. Without
 // the zeros that fill USB reports up.

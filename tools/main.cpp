@@ -11,6 +11,9 @@
 #include "report.h"
 #include "results.h"
 #include "session.h"
+#include "stripe.h"
+#include "stripe_results.h"
+#include "stripe_texts.h"
 #include "trace.h"
 #include "watch.h"
 
@@ -33,7 +36,9 @@ class Bench {
     {
         if (sharesTerminal(options))
             console.hold();
-        if (options.bTrace)
+        if (options.bTrace && options.command == Command::stripe)
+            m_trace.emplace(console, StripeWire(options.stripe.bShow));
+        else if (options.bTrace)
             m_trace.emplace(console);
     }
     ~Bench()
@@ -81,12 +86,20 @@ std::optional<Failure> converse(Session &session, Report &report, Results &resul
     return std::nullopt;
 }
 
+// What the library says of a code to hosts, where it has something to say.
+void tellMessages(Explanation &explanation)
+{
+    for (Meaning &meaning : explanation.meanings)
+        if (meaning.tyCode)
+            meaning.sMessage = tyMessage(*meaning.tyCode);
+}
+
 Outcome explainAll(const Options &options)
 {
     Outcome outcome;
     cJSON *pList = cJSON_AddArrayToObject(outcome.json.get(), "codes");
     for (const std::string &sCode : options.codes) {
-        const Explanation explanation = explain(sCode);
+        Explanation explanation = explain(sCode);
         if (!explanation.bNumber) {
             outcome.failure =
                 Failure{Exit::usage, "\"" + sCode + "\" is no code: write -56, 0x1005 or 6A82", std::nullopt};
@@ -95,16 +108,32 @@ Outcome explainAll(const Options &options)
         cJSON *pItem = appendObject(pList);
         addText(pItem, "code", sCode);
         cJSON *pMeanings = cJSON_AddArrayToObject(pItem, "meanings");
+        tellMessages(explanation);
         outcome.sLines += sCode + (explanation.meanings.empty() ? ": nothing is known about this code\n" : "\n");
         for (const Meaning &meaning : explanation.meanings) {
-            outcome.sLines += "  " + meaning.sReading + "  " + meaning.sText + "  [" + meaning.sSet + "]\n";
+            outcome.sLines += "  " + meaning.sReading + "  " + meaning.sText +
+                              (meaning.sMessage.empty() ? "" : " (\"" + meaning.sMessage + "\")") + "  [" +
+                              meaning.sSet + "]\n";
             cJSON *pMeaning = appendObject(pMeanings);
             addText(pMeaning, "reading", meaning.sReading);
             addText(pMeaning, "set", meaning.sSet);
             addText(pMeaning, "meaning", meaning.sText);
+            if (!meaning.sMessage.empty())
+                addText(pMeaning, "message", meaning.sMessage);
         }
     }
     return outcome;
+}
+
+// What can be looked at before anything is opened. Standard input is read here, where a signal still ends the tool.
+bool prepared(Options &options, Console &console, Outcome &outcome)
+{
+    if (options.command != Command::stripe || !options.stripe.bWrite)
+        return true;
+    outcome.failure = prepareTexts(options, outcome.warnings);
+    for (const std::string &sWarning : outcome.warnings)
+        console.line("qvreader: note: " + sWarning);
+    return !outcome.failure;
 }
 
 void runWithReader(const Options &options, Console &console, Outcome &outcome)
@@ -112,12 +141,14 @@ void runWithReader(const Options &options, Console &console, Outcome &outcome)
     Bench bench(options, console);
     if (options.command == Command::doctor)
         examine(options, bench.port(), bench.watch(), outcome);
+    else if (options.command == Command::stripe)
+        driveStripe(options, console, bench.port(), bench.watch(), outcome);
     else
         driveDevice(options, bench.port(), bench.watch(), bench.session(), outcome);
 }
 
-// Commands that need no card.
-int runWithoutCard(const Options &options)
+// Commands that power no card.
+int runWithoutCard(Options options)
 {
     Console console;
     Results results(options, console);
@@ -126,7 +157,7 @@ int runWithoutCard(const Options &options)
         outcome = explainAll(options);
     else if (options.command == Command::log)
         outcome = switchLog(options);
-    else
+    else if (prepared(options, console, outcome))
         runWithReader(options, console, outcome);
     if (options.bJson) {
         addText(outcome.json.get(), "command", commandName(options.command));

@@ -2,6 +2,7 @@
 
 #include "exit_codes.h"
 #include "option_values.h"
+#include "stripe_options.h"
 
 #include <CLI/CLI.hpp>
 
@@ -29,7 +30,7 @@ struct CommandRow {
     const char *pszExamples; // a line each, behind "qvreader "
 };
 
-constexpr std::array<CommandRow, 11> commandTable{{
+constexpr std::array<CommandRow, 12> commandTable{{
     {Command::atr, "atr", "Power the card up and show its answer to reset",
      "--port /dev/ttyUSB0 atr --decode\n--port /dev/ttyS0 --slot psam1 --timeout 3 atr"},
     {Command::apdu, "apdu",
@@ -51,6 +52,10 @@ constexpr std::array<CommandRow, 11> commandTable{{
      "--port /dev/ttyUSB0 beep 200 2"},
     {Command::reset, "reset", "Reset the reader's card module: all cards lose power. No answer is awaited",
      "--port /dev/ttyUSB0 reset"},
+    {Command::stripe, "stripe", "Read or write the magnetic stripe of a card that is swiped",
+     "--port /dev/ttyUSB0 stripe read\n--port HID stripe read --tracks 2 --show\n--port /dev/ttyUSB0 stripe write "
+     "--card "
+     "test.stripe --verify"},
     {Command::explain, "explain",
      "Say what a result or status word means. Without a port. CODE is decimal, 0x and hexadecimal, or a status word "
      "such as 6A82",
@@ -81,6 +86,8 @@ constexpr char szExamples[] = R"(Examples:
       the reader on USB
   qvreader --aux gg:2 --output answer.txt atr
       the reader at aux port 2 of the terminal on which this is typed; the answer goes to a file
+  qvreader --port /dev/ttyUSB0 stripe read
+      waits for a card to be swiped and shows its tracks, the card number masked
   qvreader doctor --port /dev/ttyUSB0
       what is wrong here, and what to do about it
   qvreader explain -56 6A82
@@ -193,8 +200,16 @@ Channel Options::channel() const
 {
     if (aux)
         return Channel::aux;
+    if (command == Command::stripe)
+        return isStripeUsbName(sPort) ? Channel::usb : Channel::serial;
     const auto fits = [&](std::string_view sName) { return sPort.starts_with(sName); };
     return std::any_of(usbNames.begin(), usbNames.end(), fits) ? Channel::usb : Channel::serial;
+}
+
+std::string Options::ttyPath() const
+{
+    const std::optional<int> nCom = command == Command::stripe ? stripeComNumber(sPort) : std::nullopt;
+    return nCom ? "/dev/ttyS" + std::to_string(*nCom - 1) : sPort;
 }
 
 const char *commandName(Command command)
@@ -250,7 +265,9 @@ ParsedOptions parseOptions(int nArgs, const char *const *ppArgs)
            "Where the card is: 0 to 15 (0: the user's card), psam0 to psam15 (codes 16 to 31), contactless (255)")
         ->type_name("SLOT")
         ->capture_default_str();
-    app.add_option("--timeout", options.nTimeOut, "How long to wait for a card, and for each answer: 1 to 120 seconds")
+    app.add_option(
+           "--timeout", options.nTimeOut,
+           "How long to wait for a card, and for each answer: 1 to 120 seconds; stripe waits 30 where this is left out")
         ->type_name("SECONDS")
         ->capture_default_str()
         ->check(CLI::Range(1, nMostSeconds));
@@ -286,6 +303,7 @@ ParsedOptions parseOptions(int nArgs, const char *const *ppArgs)
     sub(Command::led)->add_option("B", numbers[1], "The second of two bytes")->type_name("BYTE");
     sub(Command::beep)->add_option("D", numbers[0], "0 to 65535, also 0x01")->type_name("NUMBER")->required();
     sub(Command::beep)->add_option("N", numbers[1], "0 to 255, also 0x01")->type_name("NUMBER")->required();
+    addStripeOptions(*sub(Command::stripe), options.stripe);
     sub(Command::explain)
         ->add_option("CODE", options.codes, "A code, such as -56, 0x1005 or 6A82")
         ->required()
@@ -320,6 +338,8 @@ ParsedOptions parseOptions(int nArgs, const char *const *ppArgs)
             options.numbers.push_back(smallNumber(commandName(options.command), *numbers[1], nMostByte));
         if (!sKind.empty())
             options.nKind = smallNumber("--kind", sKind, nMostByte);
+        if (options.command == Command::stripe)
+            settleStripe(app, options);
         checkCounts(app, options.command);
         checkChannel(app, options);
         checkTogether(options);
@@ -329,10 +349,13 @@ ParsedOptions parseOptions(int nArgs, const char *const *ppArgs)
             app.exit(error, std::cout, std::cerr);
         else
             parsed.sError = error.what();
-        const std::vector<CLI::App *> named = app.get_subcommands();
-        if (!named.empty())
-            parsed.sCommand = named.front()->get_name();
-        else if (error.get_name() == "RequiredError") {
+        for (const CLI::App *pNamed = &app; !pNamed->get_subcommands().empty();) {
+            pNamed = pNamed->get_subcommands().front();
+            parsed.sCommand += (parsed.sCommand.empty() ? "" : " ") + pNamed->get_name();
+        }
+        if (parsed.sCommand == commandName(Command::stripe) && error.get_name() == "RequiredError")
+            parsed.sError = "stripe what? Its commands are read and write";
+        else if (parsed.sCommand.empty() && error.get_name() == "RequiredError") {
             const std::vector<std::string> rest = app.remaining();
             parsed.sError = (rest.empty() ? "no command was given" : "there is no command \"" + rest.front() + "\"") +
                             std::string("; the commands are ") + commandNames();

@@ -3,6 +3,7 @@
 
 #include "hex.h"
 
+#include <array>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -10,7 +11,7 @@
 
 namespace qvtool {
 
-enum class Command { atr, apdu, present, info, detect, led, beep, reset, explain, log, doctor };
+enum class Command { atr, apdu, present, info, detect, led, beep, reset, stripe, explain, log, doctor };
 
 const char *commandName(Command command);
 
@@ -29,6 +30,23 @@ struct UsbId {
     friend bool operator==(UsbId, UsbId) = default;
 };
 
+constexpr size_t nStripeTracks = 3;
+
+// Texts by track; none: the track is not meant.
+using TrackTexts = std::array<std::optional<std::string>, nStripeTracks>;
+
+struct StripeOptions {
+    bool bWrite = false;
+    int nTracks = 0; // to be read: 1, 2, 3, 12, 23 or 123
+    std::string sFormat = "ISO";
+    bool bFormat = false;  // it was asked for; otherwise a card file may tell it
+    std::string sChannel;  // empty: none is selected
+    TrackTexts texts;      // to be written
+    std::string sCardFile; // with the texts; "-": standard input; empty: none
+    bool bVerify = false;
+    bool bShow = false; // card data in clear
+};
+
 struct Options {
     Command command = Command::atr;
     std::vector<Bytes> apdus;
@@ -45,13 +63,16 @@ struct Options {
     std::string sOutput;        // file for the results; empty: none
     int nBaud = 9600;
     int nSlot = 0;     // slot code: 0 to 15, 16 to 31 (PSAM), 255 (contactless)
-    int nTimeOut = 10; // seconds
+    int nTimeOut = 10; // seconds; of stripe 30
     bool bRaise = false;
     char cBox = 0; // 0: none
     bool bTrace = false;
     bool bJson = false;
+    StripeOptions stripe;
 
     Channel channel() const;
+    // Of a serial port: the tty that the library will open.
+    std::string ttyPath() const;
 };
 
 struct ParsedOptions {

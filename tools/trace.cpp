@@ -52,14 +52,14 @@ std::string timeText()
 
 } // namespace
 
-Trace::Trace(Console &console) : m_console(console)
+Trace::Trace(Console &console, std::optional<StripeWire> stripe) : m_console(console), m_stripe(std::move(stripe))
 {
-    listenToLine(this);
+    listenToLine(*this);
 }
 
 Trace::~Trace()
 {
-    listenToLine(nullptr);
+    stopListening(*this);
     flush();
 }
 
@@ -67,12 +67,19 @@ void Trace::sent(BytesView data)
 {
     flush();
     tellSpeed();
+    if (m_stripe)
+        return tell('>', m_stripe->sent(data));
     tell('>', data, commandMeaning(data));
     m_replies.expect(data);
 }
 
 void Trace::received(BytesView data)
 {
+    if (m_stripe) {
+        for (const ToldBytes &told : m_stripe->received(data))
+            tell('<', told);
+        return;
+    }
     for (const ReplyCutter::Reply &reply : m_replies.feed(data))
         tell('<', reply.data, reply.sMeaning);
 }
@@ -85,6 +92,11 @@ void Trace::failed(const char *pszCall, const char *pszError)
 
 void Trace::flush()
 {
+    if (m_stripe) {
+        if (const ToldBytes told = m_stripe->flush(); !told.data.empty())
+            tell('<', told);
+        return;
+    }
     ReplyCutter::Reply reply = m_replies.flush();
     if (!reply.data.empty())
         tell('<', reply.data, reply.sMeaning);
@@ -93,6 +105,16 @@ void Trace::flush()
 void Trace::tell(char cDirection, BytesView data, const std::string &sMeaning)
 {
     m_console.line(timeText() + " " + cDirection + " " + spacedHex(data) + "  [" + sMeaning + "]");
+}
+
+// Card data that is not to be seen is a row of asterisks.
+void Trace::tell(char cDirection, const ToldBytes &told)
+{
+    std::string sBytes = spacedHex(told.data);
+    for (size_t n = 0; n < told.data.size(); ++n)
+        if (told.hidden[n])
+            sBytes[3 * n] = sBytes[3 * n + 1] = '*';
+    m_console.line(timeText() + " " + cDirection + " " + sBytes + "  [" + told.sMeaning + "]");
 }
 
 void Trace::tellSpeed()

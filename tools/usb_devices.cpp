@@ -32,16 +32,31 @@ struct IdentityRow {
     uint16_t nVendor;
 };
 
-constexpr IdentityRow identityTable[] = {
+constexpr IdentityRow anyTable[] = {
 #include "usb_identities.inc"
 };
+constexpr IdentityRow icTable[] = {
+#include "usb_identities_ic.inc"
+};
+constexpr IdentityRow stripeTable[] = {
+#include "usb_identities_stripe.inc"
+};
 
-std::vector<UsbId> identities(const std::optional<UsbId> &only)
+std::span<const IdentityRow> tableOf(UsbSide side)
+{
+    switch (side) {
+    case UsbSide::ic: return icTable;
+    case UsbSide::stripe: return stripeTable;
+    default: return anyTable;
+    }
+}
+
+std::vector<UsbId> identities(const std::optional<UsbId> &only, UsbSide side)
 {
     if (only)
         return {*only};
     std::vector<UsbId> ids;
-    for (const IdentityRow &row : identityTable)
+    for (const IdentityRow &row : tableOf(side))
         ids.push_back({row.nVendor, row.nProduct});
     return ids;
 }
@@ -124,9 +139,15 @@ const UsbInterface *UsbDevice::readerInterface() const
     return &interfaces[interfaces.size() == 1 || id == oneReaderFirst ? 0 : 1];
 }
 
-std::vector<UsbDevice> usbReaders(const std::optional<UsbId> &only)
+bool sideKnows(UsbSide side, UsbId id)
 {
-    const std::vector<UsbId> known = identities(only);
+    const std::vector<UsbId> known = identities(std::nullopt, side);
+    return std::find(known.begin(), known.end(), id) != known.end();
+}
+
+std::vector<UsbDevice> usbReaders(const std::optional<UsbId> &only, UsbSide side)
+{
+    const std::vector<UsbId> known = identities(only, side);
     std::vector<UsbDevice> devices;
     for (const fs::path &entry : entriesOf(szDevices)) {
         const int nVendor = numberIn(entry / "idVendor", 16);
@@ -152,10 +173,10 @@ std::vector<UsbDevice> usbReaders(const std::optional<UsbId> &only)
     return devices;
 }
 
-std::string usbIdentitiesText(const std::optional<UsbId> &only)
+std::string usbIdentitiesText(const std::optional<UsbId> &only, UsbSide side)
 {
     std::string sText;
-    for (const UsbId &id : identities(only))
+    for (const UsbId &id : identities(only, side))
         sText += (sText.empty() ? "" : ", ") + hexWord(id.nVendor) + ":" + hexWord(id.nProduct);
     return sText;
 }
@@ -222,9 +243,9 @@ UsbTrouble usbTrouble(const UsbDevice &device, bool bFailed)
     return bHeld ? UsbTrouble{sWhich + " is busy: a program of another user has it open", true} : UsbTrouble{};
 }
 
-std::string noReaderText(const std::optional<UsbId> &only)
+std::string noReaderText(const std::optional<UsbId> &only, UsbSide side)
 {
-    return "no reader is on USB (looked for " + usbIdentitiesText(only) + "); is it plugged in?";
+    return "no reader is on USB (looked for " + usbIdentitiesText(only, side) + "); is it plugged in?";
 }
 
 } // namespace qvtool

@@ -11,6 +11,9 @@ namespace qvtool {
 
 constexpr char szHeldByProgram[] = "usbfs"; // what the kernel calls the driver of an interface that a program holds
 
+// The two sides of the reader try identities of their own in an order of their own.
+enum class UsbSide { ic, stripe, any };
+
 struct UsbInterface {
     int nNumber = 0;
     std::string sDriver;              // empty: none
@@ -19,7 +22,7 @@ struct UsbInterface {
 
 struct UsbDevice {
     UsbId id{};
-    int nTrial = 0; // in which place the IC side tries this identity, counted from 1
+    int nTrial = 0; // in which place that side tries this identity, counted from 1
     int nBus = 0;
     int nDevice = 0;
     std::string sPlace;   // "1-2": bus and plug
@@ -32,11 +35,13 @@ struct UsbDevice {
     const UsbInterface *readerInterface() const;
 };
 
-// Those with a known identity, or with only this one, in the order in which the library tries them.
-std::vector<UsbDevice> usbReaders(const std::optional<UsbId> &only);
+// Those with an identity that this side knows, or with only this one, in the order in which the library tries them.
+std::vector<UsbDevice> usbReaders(const std::optional<UsbId> &only, UsbSide side);
 
 // "0403:BCD5, 0403:BCD7": what usbReaders() looks for.
-std::string usbIdentitiesText(const std::optional<UsbId> &only);
+std::string usbIdentitiesText(const std::optional<UsbId> &only, UsbSide side);
+
+bool sideKnows(UsbSide side, UsbId id);
 
 // The udev rule that lets users open the readers: where it lies (empty: nowhere), and whether it names this device.
 struct UdevRule {
@@ -61,6 +66,6 @@ struct UsbTrouble {
 };
 UsbTrouble usbTrouble(const UsbDevice &device, bool bFailed);
 // "no reader is on USB (looked for ...)".
-std::string noReaderText(const std::optional<UsbId> &only);
+std::string noReaderText(const std::optional<UsbId> &only, UsbSide side);
 
 } // namespace qvtool

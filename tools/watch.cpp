@@ -32,7 +32,8 @@ bool isIgnored(int nSignal)
 } // namespace
 
 Watch::Watch(Console &console, std::function<void()> beforeAbort, bool bKeyboard)
-    : m_console(console), m_beforeAbort(std::move(beforeAbort)), m_bKeyboard(bKeyboard)
+    : m_console(console), m_beforeAbort(std::move(beforeAbort)), m_bKeyboard(bKeyboard),
+      m_pfnCancel(COMM_Dev_CancelRead)
 {
     sigemptyset(&m_signals);
     sigaddset(&m_signals, SIGINT);
@@ -77,20 +78,42 @@ void Watch::attend()
         return;
     Clock::time_point now = Clock::now();
     if ((m_bBySignal && m_nSignal != 0) || now >= m_limit)
-        COMM_Dev_CancelRead();
+        m_pfnCancel();
     else
         say(now);
 }
 
+std::string Watch::cancelHint() const
+{
+    return m_bKeyboard ? " (Ctrl-C cancels)" : " (SIGTERM cancels)";
+}
+
 void Watch::say(Clock::time_point now)
 {
+    if (!m_sPrompt.empty())
+        return m_console.status("qvreader: " + m_sPrompt + ", " + seconds(m_end - now) + " left" + cancelHint() + " ");
     if (m_sWhat.empty() || now - m_begin < nPatience)
         return;
     if (m_sSaid != m_sWhat)
-        m_console.line("qvreader: waiting for " + m_sWhat + ", up to " + seconds(m_end - m_begin) +
-                       (m_bKeyboard ? " (Ctrl-C cancels)" : " (SIGTERM cancels)"));
+        m_console.line("qvreader: waiting for " + m_sWhat + ", up to " + seconds(m_end - m_begin) + cancelHint());
     m_sSaid = m_sWhat;
     m_console.status("  " + seconds(m_end - now) + " left ");
+}
+
+void Watch::prompt(std::string sWhat, Clock::time_point end)
+{
+    std::scoped_lock lock(m_guard);
+    m_sPrompt = std::move(sWhat);
+    m_end = end;
+    if (!m_console.isTerminal())
+        m_console.line("qvreader: " + m_sPrompt + ", within " + seconds(m_end - Clock::now()) + cancelHint());
+}
+
+void Watch::endPrompt()
+{
+    std::scoped_lock lock(m_guard);
+    m_sPrompt.clear();
+    m_console.status("");
 }
 
 Watch::Wait::Wait(Watch &watch, std::string sWhat, Clock::time_point end, Clock::time_point limit, bool bBySignal)
@@ -109,6 +132,7 @@ Watch::Wait::~Wait()
 {
     std::scoped_lock lock(m_watch.m_guard);
     m_watch.m_bWaiting = false;
+    m_watch.m_sPrompt.clear();
     m_watch.m_console.status("");
 }
 

@@ -10,6 +10,7 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -31,6 +32,13 @@ class Watch {
     // The first signal that came, 0: none.
     int signal() const { return m_nSignal; }
 
+    // How a wait is cancelled; without it by COMM_Dev_CancelRead. Before the first wait.
+    void cancelBy(int32_t (*pfnCancel)(void)) { m_pfnCancel = pfnCancel; }
+
+    // While a wait lasts: what the user is to do by then, told at once, on a terminal as the only line. Until endPrompt().
+    void prompt(std::string sWhat, Clock::time_point end);
+    void endPrompt();
+
     // One library call that reads. While the object lives, a signal or the time limit cancels the running read.
     class Wait {
       public:
@@ -50,10 +58,12 @@ class Watch {
     void takeSignal(int nSignal);
     void attend();
     void say(Clock::time_point now);
+    std::string cancelHint() const;
 
     Console &m_console;
     std::function<void()> m_beforeAbort;
     bool m_bKeyboard;
+    int32_t (*m_pfnCancel)(void);
     sigset_t m_signals{};
     std::atomic<int> m_nSignal = 0;
     std::atomic<bool> m_bStop = false;
@@ -62,7 +72,8 @@ class Watch {
     bool m_bWaiting = false;
     bool m_bBySignal = true;
     std::string m_sWhat;
-    std::string m_sSaid; // stays until something else is waited for: a wait in portions is told once
+    std::string m_sPrompt; // empty: none
+    std::string m_sSaid;   // stays until something else is waited for: a wait in portions is told once
     Clock::time_point m_begin;
     Clock::time_point m_end;
     Clock::time_point m_limit;

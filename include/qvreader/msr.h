@@ -18,8 +18,8 @@
  *    come (unless the reader itself reports the fault), and a cancel while the result of a read or write is asked for.
  *  - A cancel that comes while nothing waits is lost. One that meets a setting ends that setting only; the wait for the
  *    card follows all the same.
- *  - A call lasts at most the time-out and about 1 second for the card, and up to 3 seconds for each of the other
- *    exchanges (read time, separator, status) that is not answered.
+ *  - A call lasts at most the time-out and 1 second for the card, and 3 for each other exchange (read time, separator,
+ *    status) without an answer. An answer that comes late stands in front of the next one and spoils it (-4).
  *  - Reads and writes leave channel "A" selected. They close what is open, also when they could not open anything: a
  *    host that has the IC side open loses it.
  *  - Log lines of this side contain card data.

@@ -31,7 +31,7 @@ class Explain(bench.ToolTest):
 
     def test_every_meaning_of_a_number_is_told(self):
         self.assertEqual(len(self.explained("2")[0]), 3)
-        self.assertEqual(len(self.explained("-4")[0]), 2)
+        self.assertEqual(len(self.explained("-4")[0]), 4)
 
     def test_several_codes_at_once_and_an_unknown_one(self):
         run = self.run_tool("explain", "6D00", "1234")
