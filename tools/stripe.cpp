@@ -73,6 +73,7 @@ class Stripe {
     Outcome &m_outcome;
     Clock::time_point m_begin = Clock::now();
     std::string m_sLostTrack3; // that the reader sent and the library left out
+    bool m_bDoubtful = false;  // the answer may have been that to a setting
 };
 
 // The name that the library gets.
@@ -137,6 +138,8 @@ std::optional<Failure> Stripe::operate(bool bWrite, int nTracks, const std::stri
         nResult = call(portName(), m_options.stripe.sChannel, static_cast<uint32_t>(m_options.nBaud),
                        *stripeFormatCode(m_options.stripe.sFormat), static_cast<uint32_t>(m_options.nTimeOut));
     }
+    // Bare replies cannot be taken for the answer to a setting; the frames of three tracks can.
+    m_bDoubtful |= nTracks == 123 && nResult >= 0 && talk.settingGivenUp();
     m_sLostTrack3 = nTracks == 123 && !bWrite ? trackWithoutEnd(talk.cardReply()) : std::string();
     return stripeFailure({m_options, m_port, m_watch, talk, bWrite, nTracks}, nResult, COMM_Rdz_GetRecStatus());
 }
@@ -170,6 +173,9 @@ void Stripe::read()
     TrackTexts tracks;
     m_outcome.failure = readTracks(nTracks, "swipe the card (" + tracksText(nTracks) + ")", tracks);
     reportMillis();
+    if (m_bDoubtful)
+        warn("the reader did not answer the setting of the read time within 2 s; a late answer counts as that to the "
+             "reading: read one or two tracks");
     if (m_outcome.failure)
         return;
     tellTracks(tracks, true);
@@ -199,6 +205,9 @@ void Stripe::write()
     m_outcome.failure =
         operate(true, nTracks, "swipe the card that is to be written (" + tracksText(nTracks) + ")", call);
     addFlag(json(), "written", !m_outcome.failure);
+    if (m_bDoubtful)
+        warn("the reader did not answer the setting of the read time within 2 s; a late answer counts as that to the "
+             "writing: read the card before it is used");
     if (!m_outcome.failure) {
         m_outcome.sLines += tracksText(nTracks) + " written\n";
         if (m_options.stripe.bVerify)

@@ -26,6 +26,8 @@ void StripeConversation::sent(BytesView data)
     m_bOpened = true;
     const StripeCommand command = stripeCommand(data, true);
     m_step = command.step;
+    m_bSettingGivenUp |= m_bSettingOpen;
+    m_bSettingOpen = m_step == StripeStep::setting && command.bFramed;
     m_bStatusAsked |= m_step == StripeStep::status;
     if (m_step != StripeStep::card)
         return;
@@ -37,6 +39,7 @@ void StripeConversation::sent(BytesView data)
 void StripeConversation::received(BytesView data)
 {
     m_last = Clock::now();
+    m_bSettingOpen = false;
     if (m_step == StripeStep::setting)
         m_bSettings = true;
     else

@@ -30,6 +30,8 @@ class StripeConversation final : private LineListener {
     bool settingsAnswered() const { return m_bSettings; }
     bool cardAnswered() const { return !m_card.empty(); }
     bool statusAnswered() const { return m_bStatus; }
+    // A setting that is to be answered was not, before the library went on: a late answer then counts as the next one.
+    bool settingGivenUp() const { return m_bSettingGivenUp; }
     // That question has gone out: the library was content with the answer before it.
     bool askedHowItWent() const { return m_bStatusAsked; }
     // The answer to the command for the card.
@@ -49,6 +51,8 @@ class StripeConversation final : private LineListener {
     bool m_bOpened = false;
     bool m_bAsked = false;
     bool m_bSettings = false;
+    bool m_bSettingOpen = false;
+    bool m_bSettingGivenUp = false;
     bool m_bStatusAsked = false;
     bool m_bStatus = false;
     StripeStep m_step = StripeStep::setting;

@@ -19,6 +19,7 @@ namespace qvtool {
 namespace {
 
 constexpr size_t nMostInFrame = 504;   // characters of all tracks together, that a command holds
+constexpr size_t nMostOverUsb = 314;   // the same in five reports of 64 bytes, which is what goes over USB
 constexpr size_t nMostFileLine = 4096; // characters
 
 struct TrackRow {
@@ -171,9 +172,11 @@ std::optional<Failure> checkTogether(const Options &options)
         if (texts[n]->empty() && nTracks != 123)
             return wrongText(trackName(n) + " is empty; a track can be left empty only where all three are written");
     }
-    if (nAll > nMostInFrame)
+    const bool bUsb = options.channel() == Channel::usb;
+    const size_t nMost = bUsb ? nMostOverUsb : nMostInFrame;
+    if (nAll > nMost)
         return wrongText("the texts have " + std::to_string(nAll) + " characters; a command of the reader holds " +
-                         std::to_string(nMostInFrame));
+                         std::to_string(nMost) + (bUsb ? " over USB" : ""));
     if (nTracks == 1 && looksLikeTwoTracks(*texts[0]))
         return wrongText(
             "track 1 begins like a track 2 with an \"A\" behind it: the reader would take it for tracks 1 and 2; "

@@ -11,15 +11,15 @@
  *    and 3: "0" to "?") and CUT IN PLACE at the first character outside it, also a text that the mode does not write.
  *    Only a bad first character is refused.
  *  - Success of a write is the reader's word; nothing is read back.
- *  - Over USB read and write one or two tracks. The commands for all three travel in frames, which end there by
- *    time-out only, because zeros are not stripped from reports: reading three gives empty tracks and writing three
- *    gives success, both with result 0, whatever the reader says.
- *  - Over USB a read that times out or is cancelled gives -4; so does, on every channel, a write whose card does not
- *    come (unless the reader itself reports the fault), and a cancel while the result of a read or write is asked for.
- *  - A cancel that comes while nothing waits is lost. One that meets a setting ends that setting only; the wait for the
- *    card follows all the same.
- *  - A call lasts at most the time-out and 1 second for the card, and 3 for each other exchange (read time, separator,
- *    status) without an answer. An answer that comes late stands in front of the next one and spoils it (-4).
+ *  - Over USB read and write one or two tracks. The commands for all three travel in frames, whose end is seldom found
+ *    there, because zeros are not stripped from reports: unless a frame just fills its reports, reading three gives
+ *    empty tracks and writing three gives success, both with result 0, whatever the reader says.
+ *  - Over USB a read that times out or is cancelled gives -4; so does, on every channel, a write of one or two tracks
+ *    whose card does not come (unless the reader reports it), and a cancel while the result is asked for.
+ *  - A cancel that comes while nothing waits is lost. One that meets the setting of the read time ends that setting
+ *    only, and the wait for the card follows; at the separator the read ends with -55.
+ *  - A call lasts at most the time-out and 2 seconds for the card, and 3 for each other exchange. A late answer to one
+ *    counts as that to the next: a bare read gives -4, a framed read or write may give 0 though the reader failed.
  *  - Reads and writes leave channel "A" selected. They close what is open, also when they could not open anything: a
  *    host that has the IC side open loses it.
  *  - Log lines of this side contain card data.
@@ -174,8 +174,8 @@ QV_API int32_t MSG_QV_CancelRead(void) QV_NOEXCEPT;
 /* One read command and the judgement of its reply. cmd: in, len bytes. bFramed 1: in a frame; otherwise bare, and the
  * reader is asked for its status. reply: out, size bytes: the frame's body, or the bare reply.
  * 0; -4, -5, -9 see above; bytes of the body when a frame carries another status; a negative code of the exchange.
- * Changes the end condition of the transport, stRDZ73xx.gStatus, when framed gEndChar, when bare the read time-out
- * (what is left of 2 seconds): renew it before the next read. */
+ * Changes the end condition of the transport, stRDZ73xx.gStatus, the read time-out (what is left of it, when bare of
+ * 2 seconds: renew it before the next read), and when framed gEndChar. */
 QV_API int32_t ReadTrack(uint32_t bFramed, const uint8_t *cmd, uint32_t len, uint8_t *reply, uint32_t size) QV_NOEXCEPT;
 
 /* Read tracks from the open and prepared reader. out: out, size bytes, the track with NULs behind it, cut to fit; left
@@ -189,8 +189,8 @@ QV_API int32_t ReadTrack123(char *out, uint32_t size) QV_NOEXCEPT;
 
 /* One write command and the judgement of its result. timeout: seconds after which a failed write counts as timed out.
  * 0; -4, -6, -56, -100 see above; -1 not sent (bare); a negative code of the exchange (framed).
- * It waits for the transport's read time-out. Changes g_stStartTime, g_stEndTime, the end condition of the transport,
- * stRDZ73xx.gStatus, and when framed gEndChar. */
+ * It waits for the transport's read time-out and takes that off it. Changes also g_stStartTime, g_stEndTime, the end
+ * condition of the transport, stRDZ73xx.gStatus, and when framed gEndChar. */
 QV_API int32_t WriteTrack(uint32_t bFramed, const uint8_t *cmd, uint32_t len, uint32_t timeout) QV_NOEXCEPT;
 
 /* Write texts to the open and prepared reader. Texts are not checked; null: -2, but WriteTrack123 takes it as no data.
@@ -308,7 +308,7 @@ QV_API int32_t COMM_Msg_CardReaderGetRecStatus(void) QV_NOEXCEPT;
 QV_API int32_t COMM_Msg_RDZSetTimeout(uint32_t seconds) QV_NOEXCEPT;
 
 /* Sets the separator between the tracks of a reply. 0 (over USB also when it is not answered); -2 null or empty
- * (nothing is sent); -55 refused or not answered. Changes what an exchange in a frame changes. */
+ * (nothing is sent); -55 refused, not answered or too long. Changes what an exchange in a frame changes. */
 QV_API int32_t COMM_Msg_RDZSetSeparator(const char *separator) QV_NOEXCEPT;
 
 /* As Dev_Rdz_MsgSetBp and Dev_Rdz_MsgReset. */

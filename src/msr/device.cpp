@@ -160,16 +160,16 @@ int32_t COMM_Msg_RDZSetTimeout(uint32_t seconds) noexcept
 
 int32_t COMM_Msg_RDZSetSeparator(const char *separator) noexcept
 {
+    if (separator == nullptr || *separator == '\0') {
+        QV_LOG(kLogCommDev, "no separator");
+        return RET_PUB_INVAL_PARAM;
+    }
     std::array<uint8_t, qv::nTextCommandSize> command{};
     uint32_t nLen = 0;
-    const int32_t nBuilt = Instr_Msg_SetSeparator(separator, command.data(), &nLen);
-    if (nBuilt != 0) {
-        QV_LOG(kLogCommDev, "no separator that fits (%d)", nBuilt);
-        return nBuilt;
-    }
+    int32_t nExchanged = Instr_Msg_SetSeparator(separator, command.data(), &nLen);
     std::array<uint8_t, nReplySize> reply;
-    const int32_t nExchanged =
-        Dev_Rdz_MsgSendAndReciveData(1, qv::kInFrame, command.data(), nLen, reply.data(), reply.size());
+    if (nExchanged == 0)
+        nExchanged = Dev_Rdz_MsgSendAndReciveData(1, qv::kInFrame, command.data(), nLen, reply.data(), reply.size());
     if (nExchanged >= 0 && COMM_Msg_CardReaderGetRecStatus() == 0)
         return 0;
     QV_LOG(kLogCommDev, "the separator was not accepted (%d)", nExchanged);

@@ -14,13 +14,14 @@
 #include "host_identities.h"
 #include "log.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <span>
-#include <strings.h>
+#include <string_view>
 
 using qv::kLogCommDev;
 
@@ -71,9 +72,21 @@ IcHidId identityAt(int32_t i) noexcept
     return s_MsgHID[static_cast<size_t>(i)];
 }
 
-bool startsWith(const char *pszName, const char *pszPrefix) noexcept
+// Names are ASCII, whatever the host's locale takes for the small letter of an "I".
+constexpr char toSmall(char c) noexcept
 {
-    return strncasecmp(pszName, pszPrefix, std::strlen(pszPrefix)) == 0;
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+bool isSame(std::string_view sOne, std::string_view sOther) noexcept
+{
+    return std::equal(sOne.begin(), sOne.end(), sOther.begin(), sOther.end(),
+                      [](char c1, char c2) { return toSmall(c1) == toSmall(c2); });
+}
+
+bool startsWith(std::string_view sName, std::string_view sPrefix) noexcept
+{
+    return isSame(sName.substr(0, sPrefix.size()), sPrefix);
 }
 
 bool isSerialOrAux() noexcept
@@ -92,11 +105,11 @@ void useAux(const char *pszName, uint32_t nTermType) noexcept
 
 int32_t useCom(const char *pszName, uint32_t nBaud) noexcept
 {
-    QV_LOG(kLogCommDev, "USE COM");
     if (nBaud != nComBaud && nBaud != nComBaudFast) {
         QV_LOG(kLogCommDev, "no such rate on a COM port: %u", nBaud);
         return RET_PUB_INVAL_PARAM;
     }
+    QV_LOG(kLogCommDev, "USE COM");
     g_MsgParam.nType = nTypeSerial;
     g_MsgParam.nBaud = nBaud;
     g_MsgParam.nPort = std::atoi(pszName + nNumberAt);
@@ -190,8 +203,8 @@ int32_t dev_msg_judgeParamHid(const char *portName) noexcept
 {
     if (portName == nullptr)
         return 0;
-    for (const char *pszName : {"HID", "1001", "0", "USB"})
-        if (strcasecmp(portName, pszName) == 0)
+    for (std::string_view sName : {"HID", "1001", "0", "USB"})
+        if (isSame(portName, sName))
             return 1;
     return 0;
 }

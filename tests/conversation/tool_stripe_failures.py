@@ -23,7 +23,7 @@ STATUS = re.escape(b"\x1bj")
 
 class OddHead:
     """A stripe head on a pseudo-terminal that answers as told. Answers by what is asked (a pattern): bytes, or as text
-    the status word and body of a frame in hexadecimal."""
+    the status word and body of a frame in hexadecimal; either in a pair with the seconds by which it comes late."""
 
     def __init__(self, answers):
         self.answers = {re.compile(b"(?s)^" + asked): answer for asked, answer in answers.items()}
@@ -31,6 +31,7 @@ class OddHead:
         self.path = os.ttyname(self.slave)
         tty.setraw(self.slave)
         self.wake, self.stop = os.pipe()
+        self.timers = []
         self.thread = threading.Thread(target=self._serve, daemon=True)
         self.thread.start()
 
@@ -48,7 +49,14 @@ class OddHead:
         for asked, answer in self.answers.items():
             found = asked.match(pending)
             if found:
-                os.write(self.master, answer if isinstance(answer, bytes) else frame(1, 4, bytes.fromhex(answer)))
+                late, answer = answer if isinstance(answer, tuple) else (0, answer)
+                answer = answer if isinstance(answer, bytes) else frame(1, 4, bytes.fromhex(answer))
+                if late:
+                    timer = threading.Timer(late, os.write, (self.master, answer))
+                    self.timers.append(timer)
+                    timer.start()
+                else:
+                    os.write(self.master, answer)
                 return pending[found.end():]
         following = min((at for at in (pending.find(b"\x1b", 1), pending.find(b"\x01", 1)) if at > 0), default=0)
         return pending[following:] if following else None
@@ -56,6 +64,8 @@ class OddHead:
     def close(self):
         os.write(self.stop, b"x")
         self.thread.join()
+        for timer in self.timers:
+            timer.join()
         for fd in (self.master, self.slave, self.wake, self.stop):
             os.close(fd)
 
@@ -101,12 +111,24 @@ class OddHeads(StripeTest):
         self.check({READ_ALL: "0000 7C 7C 7C"}, "read", code=1, name="card-error", result=0,
                    text="nothing is recorded on tracks 1, 2 and 3")
 
+    def test_a_late_answer_to_the_read_time_makes_three_tracks_doubtful(self):
+        head = OddHead({READ_TIME: (4.5, "0000"), SEPARATOR: "0000", WRITE_ALL: b"", READ_ALL: b""})
+        self.addCleanup(head.close)
+        run = self.run_tool("stripe", "write", "--track1", "B", "--track2", "1", "--track3", "1", port=head.path)
+        self.check_exit(run, 0)
+        self.assertIn("note: the reader did not answer the setting of the read time within 2 s", run.err)
+        self.assertIn("read the card before it is used", run.err)
+        run = self.run_tool("stripe", "read", port=head.path)
+        self.check_exit(run, 1)
+        self.assertIn("a late answer counts as that to the reading: read one or two tracks", run.err)
+
     def test_a_head_that_does_not_know_the_read_time_is_served_all_the_same(self):
         head = OddHead({READ_2: b"\x1bs12?\x1c", STATUS: b"p"})
         self.addCleanup(head.close)
         run = self.run_tool("stripe", "read", "--tracks", "2", "--show", port=head.path)
         self.check_exit(run, 0)
         self.assertEqual(run.out, "track 2         12\n")
+        self.assertNotIn("note", run.err)
 
 
 class Failures(StripeTest):
@@ -197,6 +219,8 @@ class Failures(StripeTest):
             (("--aux", "star:1", "stripe", "read"), "--aux: the stripe side of the library serves no aux port"),
             (("--port", "HID", "stripe", "read", "--tracks", "123"), "use --tracks 23 (or 12), then --tracks 1 (or 3)"),
             (("--port", "usb", "stripe", "read", "--channel", "A"), "over USB no channel is selected"),
+            (("--port", "HID", "stripe", "write", "--track1", "B" * 315), "a command of the reader holds 314 over USB"),
+            (("--port", "COM9", "stripe", "write", "--track1", "B" * 505), "a command of the reader holds 504\n"),
             (("--port", "HID", "--baud", "9600", "stripe", "read"), "has no serial line"),
             (("--port", "COM3", "--baud", "19200", "stripe", "read"), "as /dev/ttyS2 takes every speed"),
         )

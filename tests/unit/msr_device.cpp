@@ -133,7 +133,10 @@ TEST_F(StripeSettings, TheSeparatorIsToldInAFrame)
     EXPECT_EQ(Dev_Rdz_MsgSetSeparator("|"), 0);
     answers("20 01 7C", 0);
     COMM_Rdz_ChageReadTimeOut(60);
+    logOn();
     EXPECT_EQ(COMM_Msg_RDZSetSeparator("|"), 0);
+    EXPECT_TRUE(logged({"nSendLen 3 ", "nMaxReciveBufLen 1024,cHead =\x01,cHead = \x01"}));
+    logOff();
     EXPECT_EQ(stBackUpParam.nTimeOut, 60);
 }
 
@@ -174,7 +177,7 @@ TEST_F(StripeSettings, ASeparatorMayFillAFrameAndALongerOneIsNotSent)
     EXPECT_EQ(Dev_Rdz_MsgSetSeparator(sLongest.c_str()), 0);
     EXPECT_EQ(s_sent.size(), 1U);
     EXPECT_EQ(Dev_Rdz_MsgSetSeparator((sLongest + ";").c_str()), -55);
-    EXPECT_NE(Dev_Rdz_MsgSetSeparator(std::string(5000, ';').c_str()), 0);
+    EXPECT_EQ(Dev_Rdz_MsgSetSeparator(std::string(5000, ';').c_str()), -55);
     EXPECT_EQ(s_sent.size(), 1U);
 }
 

@@ -189,7 +189,14 @@ TEST_F(StripePort, AComNameTakes9600And115200Only)
     for (uint32_t nBaud : {38400U, 0U, 300U, 4800U, 9599U, 9601U, 19200U, 57600U, 115199U, 115201U, 230400U}) {
         SCOPED_TRACE(nBaud);
         EXPECT_EQ(open("COM2", nBaud, "A"), -2);
+        logOn();
         EXPECT_EQ(open("com2", nBaud, "A"), -2);
+        EXPECT_EQ(countLogged("USE COM"), 0);
+        logOff();
+        EXPECT_EQ(g_MsgParam.nType, 1U);
+        EXPECT_EQ(g_MsgParam.nPort, 1);
+        EXPECT_EQ(g_MsgParam.nBaud, 9600U);
+        EXPECT_STREQ(g_MsgParam.szTermPath, "");
     }
     EXPECT_THAT(s_opened, ElementsAre());
     EXPECT_EQ(g_AuxFd, -2);
@@ -223,7 +230,7 @@ TEST_F(StripePort, ADevicePathIsOpenedAsItStandsAtAnyRate)
         s_opened.clear();
         logOn();
         ASSERT_EQ(open(row.pszName, row.nBaud, "", 4, 1), 0);
-        EXPECT_EQ(countLogged("USE HID") + countLogged("USE AUX"), 0);
+        EXPECT_EQ(countLogged("USE HID") + countLogged("USE AUX") + countLogged("USE COM"), 0);
         logOff();
         EXPECT_THAT(s_opened, ElementsAre(row.pszName));
         EXPECT_EQ(speed(), row.nSpeed);
@@ -272,6 +279,9 @@ TEST_F(StripePort, AnAuxNameIsTakenApartAndGivesMinus50)
         EXPECT_EQ(g_MsgParam.nTermType, 3U);
         EXPECT_EQ(g_MsgParam.nAuxPort, nPort);
         EXPECT_EQ(g_MsgParam.bAuxPrefix, 1U);
+        EXPECT_EQ(g_MsgParam.nBaud, 9600U);
+        EXPECT_EQ(g_MsgParam.nPort, 1);
+        EXPECT_STREQ(g_MsgParam.szTermPath, "");
         EXPECT_EQ(g_MsgParam.nTimeOut, 12);
         EXPECT_EQ(g_MsgParam.pfnEndCondition, MsgEndCondition);
     }

@@ -9,8 +9,12 @@
 #include "qvreader/msr.h"
 
 #include <algorithm>
+#include <cctype>
+#include <cstdint>
 #include <cstdio>
+#include <fcntl.h>
 #include <iterator>
+#include <strings.h>
 
 using namespace qvtest;
 using testing::ElementsAre;
@@ -23,6 +27,20 @@ using Identities = std::vector<Identity>;
 
 const Identities s_builtIn = {{0xBCD5, 0x0403}, {0xBE01, 0x2B46}, {0xBCD7, 0x0403},
                               {0xBC01, 0x2B46}, {0xBC95, 0x0403}, {0xBE11, 0x2B46}};
+
+int s_nByLocale = 0;
+
+int compareByLocale(const char *pszOne, const char *pszOther, size_t nMax) noexcept
+{
+    ++s_nByLocale;
+    for (; nMax > 0; ++pszOne, ++pszOther, --nMax) {
+        const int n =
+            std::tolower(static_cast<unsigned char>(*pszOne)) - std::tolower(static_cast<unsigned char>(*pszOther));
+        if (n != 0 || *pszOne == '\0')
+            return n;
+    }
+    return 0;
+}
 
 class StripeIdentities : public UsbBus {
   protected:
@@ -61,6 +79,20 @@ class StripeIdentities : public UsbBus {
     Identities m_tried;
 };
 
+} // namespace
+
+// In the place of the C library's.
+extern "C" int strcasecmp(const char *pszOne, const char *pszOther) noexcept
+{
+    return compareByLocale(pszOne, pszOther, SIZE_MAX);
+}
+extern "C" int strncasecmp(const char *pszOne, const char *pszOther, size_t nMax) noexcept
+{
+    return compareByLocale(pszOne, pszOther, nMax);
+}
+
+namespace {
+
 TEST_F(StripeIdentities, AUsbNameIsAWholeNameInAnyLetterCase)
 {
     for (const char *psz : {"HID", "hid", "Hid", "hID", "1001", "0", "USB", "usb", "Usb"}) {
@@ -88,8 +120,37 @@ TEST_F(StripeIdentities, WithoutAReaderAllSixAreTriedAndTheResultIsMinus50)
         EXPECT_NE(logWithoutTime().find(line(sText)), std::string::npos) << sText;
     expectClosed();
     EXPECT_EQ(g_MsgParam.nType, 7U);
+    EXPECT_EQ(g_MsgParam.nBaud, 9600U); // a name of a USB reader sets nothing else
+    EXPECT_EQ(g_MsgParam.nPort, 1);
+    EXPECT_STREQ(g_MsgParam.szTermPath, "");
     EXPECT_EQ(stBackUpParam.nType, 0U);
     EXPECT_EQ(g_nMsgHidNum, 0);
+}
+
+TEST_F(StripeIdentities, AFailedTryClosesWhatWasOpenBeforeTheNextOne)
+{
+    plug(s_builtIn[1]);
+    stBackUpParam = {};
+    stBackUpParam.nType = 1;
+    SetAuxFd(::open("/dev/null", O_RDWR | O_CLOEXEC));
+    EXPECT_EQ(open(), 0);
+    EXPECT_EQ(g_AuxFd, -2);
+    EXPECT_EQ(stBackUpParam.nType, 7U);
+    EXPECT_EQ(Dev_Rdz_MsgClosePort(), 0);
+    m_usb.takeCalls();
+    expectClosed();
+}
+
+// Names are ASCII: the C library's comparison follows the host's locale, which may know another small letter of "I".
+TEST_F(StripeIdentities, NoNameIsComparedByTheLocale)
+{
+    const int nBefore = s_nByLocale;
+    EXPECT_EQ(open("hid"), -50);
+    EXPECT_EQ(open("aux1"), -50);
+    EXPECT_EQ(open("com1", "", 1), -2);
+    EXPECT_EQ(open("/DEV"), -50);
+    EXPECT_EQ(open("nothing"), -2);
+    EXPECT_EQ(s_nByLocale, nBefore);
 }
 
 TEST_F(StripeIdentities, AReaderIsFoundWhereverItsIdentityStands)

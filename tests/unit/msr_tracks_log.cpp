@@ -130,6 +130,16 @@ TEST_F(MsrTracksLog, TheLinesOfTheEngineCanBeSwitchedOffByTheirType)
     EXPECT_GT(occurrences("CommDev:"), 0U);
 }
 
+TEST_F(MsrTracksLog, AFramedReadNamesItsFault)
+{
+    EXPECT_EQ(read(123, reading({{szSeparator, szDone}, {szReadAll, stripeReply(0x4001)}})), -9);
+    EXPECT_THAT(logWithoutTime(), HasSubstr(engineLine("MAG_ERR_NO_DATA")));
+    EXPECT_THAT(logWithoutTime(), Not(HasSubstr("MAG_ERR_OTHER")));
+    logOn();
+    EXPECT_EQ(read(123, reading({{szSeparator, szDone}, {szReadAll, stripeReply(0x4002)}})), -5);
+    EXPECT_THAT(logWithoutTime(), HasSubstr(engineLine("MAG_ERR_OTHER")));
+}
+
 TEST_F(MsrTracksLog, TheLogChangesNoResultAndNothingOnTheWire)
 {
     for (const bool bLog : {true, false}) {

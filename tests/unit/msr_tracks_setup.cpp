@@ -177,6 +177,31 @@ TEST_F(MsrTracksSetup, ALateAnswerToTheReadTimeStandsInFrontOfTheNextOne)
     EXPECT_EQ(write(2, setting + StripeScript{{"1B 74 36 32 1D 1B 5C"}, {szStatus, szFailed}} + writeTail()), -6);
 }
 
+// Frames cannot be told apart: a late answer to the read time stands for the next one, whatever the reader says then.
+TEST_F(MsrTracksSetup, ALateAnswerToTheReadTimeCountsAsThatOfAFramedCommand)
+{
+    const StripeScript setting = {{szReset}, {szIso}, {szReadTime30, "////" + std::string(szDone)}};
+    m_texts = {"1", "2", "3"};
+    EXPECT_EQ(
+        write(123, setting + StripeScript{{stripeCommand("20 03 31 7C 32 7C 33"), stripeReply(0x4001)}} + writeTail()),
+        0);
+    EXPECT_EQ(read(123, setting + StripeScript{{szSeparator, szDone}, {szReadAll, stripeReply(0x4001)}} + readTail()),
+              0);
+    for (size_t nTrack : {1U, 2U, 3U})
+        EXPECT_TRUE(room(nTrack).holds(""));
+}
+
+TEST_F(MsrTracksSetup, TheTerminalFamilyReachesTheOpenRecord)
+{
+    play({});
+    std::array<char, 8> track{};
+    std::string sText = "1";
+    EXPECT_EQ(MSG_QV_ReadData("AUX1", 9600, nullptr, 0, 5, 2, 30, nullptr, 0, track.data(), 8, nullptr, 0), -50);
+    EXPECT_EQ(g_MsgParam.nTermType, 5U);
+    EXPECT_EQ(MSG_QV_WriteData("AUX1", 9600, nullptr, 0, 3, 2, 30, nullptr, sText.data(), nullptr), -50);
+    EXPECT_EQ(g_MsgParam.nTermType, 3U);
+}
+
 TEST_F(MsrTracksSetup, WithoutAReadTimeTheFramedCommandsHaveTheirTimeToo)
 {
     for (const std::string &sReply : {stripeReply(0x4001), std::string(), stripeReply(0, "x")}) {

@@ -131,6 +131,24 @@ TEST_F(MsrTracksSteps, AllTracksGiveTheWholeBody)
     }
 }
 
+TEST_F(MsrTracksSteps, ABodyIsHandedOutBehindANulToo)
+{
+    using namespace std::string_literals;
+    TrackRoom room;
+    EXPECT_EQ(step({{szReadAll, stripeReply(0, "B1\0|2|"s)}}, [&] { return ReadTrack123(room.data(), 513); }), 0);
+    EXPECT_TRUE(room.holds("B1\0|2|"s));
+}
+
+TEST_F(MsrTracksSteps, AReadInstallsItsEndConditionAlsoWhereItsFrameIsNotSent)
+{
+    const Bytes framed = bytes("20 02");
+    std::array<uint8_t, 64> reply;
+    EXPECT_EQ(
+        step({{szReadAll, "", 0, false}}, [&] { return ReadTrack(1, framed.data(), 2, reply.data(), reply.size()); }),
+        -54);
+    EXPECT_EQ(stBackUpParam.pfnEndCondition, MsgDataEndCondition);
+}
+
 TEST_F(MsrTracksSteps, AllTracksThatAreNotReadLeaveTheRoom)
 {
     TrackRoom room;
