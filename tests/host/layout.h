@@ -100,3 +100,13 @@ QV_SIZE(g_MsgParam, 440);
 QV_SIZE(g_MsgHid, 160);
 QV_SIZE(ucTableTrack1, 128);
 QV_SIZE(ucTableTrack23, 32);
+
+QV_SIZE(TlvItem, 32);
+QV_FIELD(TlvItem, nTagLen, 0, 4);
+QV_FIELD(TlvItem, pTag, 8, 8);
+QV_FIELD(TlvItem, nValueLen, 16, 4);
+QV_FIELD(TlvItem, pValue, 24, 8);
+
+QV_SIZE(TlvValue, 16);
+QV_FIELD(TlvValue, nValueLen, 0, 4);
+QV_FIELD(TlvValue, pValue, 8, 8);
