@@ -23,6 +23,9 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr size_t nTrackRoom = 513;
+constexpr const char *pszDoubtfulReading =
+    "the reader did not answer the setting of the read time within 2 s; a late answer counts as that to the reading: "
+    "read one or two tracks";
 constexpr seconds nAround = 12s; // what settings, status and closing take at most, beyond the wait for the card
 
 // "track 2", "tracks 1 and 2", "tracks 1, 2 and 3".
@@ -139,7 +142,7 @@ std::optional<Failure> Stripe::operate(bool bWrite, int nTracks, const std::stri
                        *stripeFormatCode(m_options.stripe.sFormat), static_cast<uint32_t>(m_options.nTimeOut));
     }
     // Bare replies cannot be taken for the answer to a setting; the frames of three tracks can.
-    m_bDoubtful |= nTracks == 123 && nResult >= 0 && talk.settingGivenUp();
+    m_bDoubtful = nTracks == 123 && nResult >= 0 && talk.settingGivenUp();
     m_sLostTrack3 = nTracks == 123 && !bWrite ? trackWithoutEnd(talk.cardReply()) : std::string();
     return stripeFailure({m_options, m_port, m_watch, talk, bWrite, nTracks}, nResult, COMM_Rdz_GetRecStatus());
 }
@@ -174,8 +177,7 @@ void Stripe::read()
     m_outcome.failure = readTracks(nTracks, "swipe the card (" + tracksText(nTracks) + ")", tracks);
     reportMillis();
     if (m_bDoubtful)
-        warn("the reader did not answer the setting of the read time within 2 s; a late answer counts as that to the "
-             "reading: read one or two tracks");
+        warn(pszDoubtfulReading);
     if (m_outcome.failure)
         return;
     tellTracks(tracks, true);
@@ -232,6 +234,8 @@ void Stripe::verify()
     const TrackTexts &texts = m_options.stripe.texts;
     TrackTexts tracks;
     m_outcome.failure = readTracks(tracksOf(texts), "written; swipe the card once more, to check it", tracks);
+    if (m_bDoubtful)
+        warn(pszDoubtfulReading);
     if (m_outcome.failure) {
         m_outcome.failure->sText = "written, but not checked: " + m_outcome.failure->sText;
         return;

@@ -14,11 +14,11 @@
  *  - Over USB read and write one or two tracks. The commands for all three travel in frames, whose end is seldom found
  *    there, because zeros are not stripped from reports: unless a frame just fills its reports, reading three gives
  *    empty tracks and writing three gives success, both with result 0, whatever the reader says.
- *  - Over USB a read that times out or is cancelled gives -4; so does, on every channel, a write of one or two tracks
+ *  - Over USB a read of one or two that times out or is cancelled gives -4; so does, on every channel, such a write
  *    whose card does not come (unless the reader reports it), and a cancel while the result is asked for.
  *  - A cancel that comes while nothing waits is lost. One that meets the setting of the read time ends that setting
- *    only, and the wait for the card follows; at the separator the read ends with -55.
- *  - A call lasts at most the time-out and 2 seconds for the card, and 3 for each other exchange. A late answer to one
+ *    only, and the wait for the card follows; at the separator a serial read ends with -55.
+ *  - A call lasts at most the time-out and 2 seconds for the card, and 4 for each other exchange. A late answer to one
  *    counts as that to the next: a bare read gives -4, a framed read or write may give 0 though the reader failed.
  *  - Reads and writes leave channel "A" selected. They close what is open, also when they could not open anything: a
  *    host that has the IC side open loses it.
@@ -60,7 +60,7 @@ extern QV_API IcHidId g_MsgHid[10];      /* USB identities added by the host */
 extern QV_API int32_t g_nMsgHidNum;      /* valid entries of g_MsgHid */
 extern QV_API int32_t g_bMsgSetHidFlag;  /* 1: the host's identities are tried after the built-in ones */
 extern QV_API int32_t g_bOnlyUseSetHid;  /* 1: only the one identity added with index -1 is tried */
-extern QV_API int32_t g_bMsgBaundFlag;   /* 1: a close at another rate than 9600 pauses 100 ms first */
+extern QV_API int32_t g_bMsgBaundFlag;   /* 1: a serial close at another rate than 9600 pauses 100 ms first */
 
 /* Character and recording code, pair after pair: track 1 from 0x20, tracks 2 and 3 from "0". The tables say what a
  * text may hold; the reader does the coding. "]" has no pair: it shows the code of "^", which shows the one of "_",
@@ -72,7 +72,7 @@ extern QV_API const uint8_t ucTableTrack23[32];
 
 /* Reads the tracks whose buffers are not null: one, 1 and 2, 2 and 3, or all three.
  * portName: "HID", "USB", "1001" or "0": USB; "COM" and a number (COM1 is /dev/ttyS0; 9600 or 115200 baud only);
- *   "/dev..." the path of a tty. Letter case does not count.
+ *   "/dev..." the path of a tty. Letter case counts in a path only, behind its "/dev".
  * channel: "A", "B", "C" or "K" selects a channel on a serial link; null, empty or other: none.
  * baud: bits per second. format: how the stripe is recorded: 1 IBM, 2 ISO-DK, 3 IBM-DK, any other ISO.
  * timeout: how long the reader waits for the card, 1 to 120 seconds.
@@ -187,7 +187,7 @@ QV_API int32_t ReadTrack12(char *out1, uint32_t size1, char *out2, uint32_t size
 QV_API int32_t ReadTrack23(char *out2, uint32_t size2, char *out3, uint32_t size3) QV_NOEXCEPT;
 QV_API int32_t ReadTrack123(char *out, uint32_t size) QV_NOEXCEPT;
 
-/* One write command and the judgement of its result. timeout: seconds after which a failed write counts as timed out.
+/* One write command and its judgement. timeout: a write that fails after 1 second more counts as timed out.
  * 0; -4, -6, -56, -100 see above; -1 not sent (bare); a negative code of the exchange (framed).
  * It waits for the transport's read time-out and takes that off it. Changes also g_stStartTime, g_stEndTime, the end
  * condition of the transport, stRDZ73xx.gStatus, and when framed gEndChar. */
@@ -238,8 +238,8 @@ QV_API int32_t tFuncCheckTrackStatusFormat(const uint8_t *reply, int32_t len) QV
  * of the terminal family termType, which no channel serves: -50. timeout: read time-out, seconds.
  * 0; -2 unknown form of name, or "COM" with another rate than 9600 or 115200; -50 null or empty name, not opened, or
  * the channel not selected (the port is closed).
- * Changes g_MsgParam, g_nMsgHidNum (1 while g_bOnlyUseSetHid is 1, 0 unless the host's identities are in use) and what
- * COMM_Rdz_OpenReader and COMM_Dev_OpenTransPort change; a null or empty name changes nothing. What is open is closed
+ * Changes g_MsgParam, g_nMsgHidNum (1 while g_bOnlyUseSetHid is 1, 0 unless the host's identities are in use),
+ * stRDZ73xx and what COMM_Dev_OpenTransPort changes; a null or empty name changes nothing. What is open is closed
  * after each identity that could not be opened. */
 QV_API int32_t Dev_Rdz_MsgOpenPort(const char *portName, const char *channel, uint32_t baud, uint32_t termType,
                                    int32_t timeout) QV_NOEXCEPT;
@@ -302,7 +302,7 @@ QV_API int32_t COMM_Msg_ReadDataFromCardReader(uint32_t bRaw, uint8_t *buf, uint
 /* Status word of the last framed reply; 0 when busy. */
 QV_API int32_t COMM_Msg_CardReaderGetRecStatus(void) QV_NOEXCEPT;
 
-/* Tells the reader how long to wait for a card; seconds: its low 8 bits. 0: accepted, or not answered at all; -1:
+/* Tells the reader how long to wait for a card; seconds: its low 8 bits. 0: accepted, not sent, or no valid answer; -1:
  * another status, or an answer with a body. Leaves g_bIsLinuxHidClearZero 0 and changes what an exchange in a frame
  * changes (gEndChar, end condition, status word). */
 QV_API int32_t COMM_Msg_RDZSetTimeout(uint32_t seconds) QV_NOEXCEPT;

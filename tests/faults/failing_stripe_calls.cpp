@@ -78,8 +78,7 @@ bool isOfPort(const Call &call)
     return call.target == Target::Tty || call.target == Target::None;
 }
 
-// Where the call stands: in the how-manieth command, counted from 0; nothing before the first one. False of bFound: the
-// call is not there.
+// Where the call stands: in the how-manieth command, counted from 0; nothing before the first one.
 std::optional<size_t> phaseOf(const std::vector<Call> &calls, const Call &call)
 {
     size_t nSent = 0;

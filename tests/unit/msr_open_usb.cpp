@@ -82,11 +82,12 @@ class StripeIdentities : public UsbBus {
 } // namespace
 
 // In the place of the C library's.
-extern "C" int strcasecmp(const char *pszOne, const char *pszOther) noexcept
+extern "C" [[gnu::visibility("default")]] int strcasecmp(const char *pszOne, const char *pszOther) noexcept
 {
     return compareByLocale(pszOne, pszOther, SIZE_MAX);
 }
-extern "C" int strncasecmp(const char *pszOne, const char *pszOther, size_t nMax) noexcept
+extern "C" [[gnu::visibility("default")]] int strncasecmp(const char *pszOne, const char *pszOther,
+                                                          size_t nMax) noexcept
 {
     return compareByLocale(pszOne, pszOther, nMax);
 }

@@ -69,6 +69,8 @@ TEST_F(MsrTracksLog, AWriteIsLoggedFromItsStartToItsEndWithItsResult)
 TEST_F(MsrTracksLog, ACancelIsLogged)
 {
     MSG_QV_CancelRead();
+    EXPECT_TRUE(
+        logged({"[MSG_QV_CancelRead] Start ", "[COMM_Rdz_Cancel] Start ", "[MSG_QV_CancelRead] End nRet = -1  "}));
     EXPECT_THAT(logWithoutTime(), HasSubstr(engineLine("[MSG_QV_CancelRead] Start ")));
 }
 
@@ -77,6 +79,22 @@ TEST_F(MsrTracksLog, AReplyInAnotherFormIsLogged)
     EXPECT_EQ(read(2, reading({{szRead2, "31 3F 1C"}})), -4);
     EXPECT_EQ(occurrences(engineLine(szWrongForm)), 1U);
     EXPECT_TRUE(logged({"[MSG_QV_ReadData] Start ", szWrongForm, "[MSG_QV_ReadData] End nRet = -4  "}));
+}
+
+TEST_F(MsrTracksLog, TheCheckItselfTellsTheWrongForm)
+{
+    const Bytes whole = bytes("1B 73 31 3F 1C");
+    EXPECT_EQ(tFuncCheckTrackFormat(whole.data(), 5), 0);
+    EXPECT_EQ(occurrences(szWrongForm), 0U);
+    EXPECT_EQ(tFuncCheckTrackFormat(whole.data(), 4), -4);
+    EXPECT_EQ(occurrences(engineLine(szWrongForm)), 1U);
+}
+
+TEST_F(MsrTracksLog, AFramedWriteHasRoomForAReplyOf1024Bytes)
+{
+    m_texts = {"1", "2", "3"};
+    EXPECT_EQ(write(123, writing({{stripeCommand("20 03 31 7C 32 7C 33"), szDone}})), 0);
+    EXPECT_TRUE(logged({"nSendLen 7 ", "nMaxReciveBufLen 1024,cHead =\x01,cHead = \x01"}));
 }
 
 TEST_F(MsrTracksLog, OtherFailuresAreNoWrongForm)

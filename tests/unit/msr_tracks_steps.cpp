@@ -210,13 +210,22 @@ TEST_F(MsrTracksSteps, AReplyIsCutToItsRoom)
     }
 }
 
-TEST_F(MsrTracksSteps, AReadWithoutACommandOrARoomGoesNoFurther)
+TEST_F(MsrTracksSteps, AReadWithoutACommandSendsNothing)
 {
-    const Bytes command = bytes("1B 72");
     std::array<uint8_t, 64> reply{};
-    EXPECT_LT(step({}, [&] { return ReadTrack(0, nullptr, 2, reply.data(), 64); }), 0);
-    EXPECT_LT(step({}, [&] { return ReadTrack(1, nullptr, 2, reply.data(), 64); }), 0);
+    EXPECT_EQ(step({}, [&] { return ReadTrack(0, nullptr, 2, reply.data(), 64); }), -54);
+    EXPECT_EQ(step({}, [&] { return ReadTrack(1, nullptr, 2, reply.data(), 64); }), -54);
     EXPECT_EQ(hex(reply.data(), 4), "00 00 00 00");
+}
+
+TEST_F(MsrTracksSteps, AReadWithoutARoomAwaitsNoReply)
+{
+    const Bytes command = bytes("1B 72"), framed = bytes("20 02");
+    std::array<uint8_t, 64> reply{};
+    EXPECT_EQ(step({{szRead1}}, [&] { return ReadTrack(0, command.data(), 2, nullptr, 64); }), -4);
+    EXPECT_EQ(step({{szRead1}}, [&] { return ReadTrack(0, command.data(), 2, reply.data(), 0); }), -4);
+    EXPECT_EQ(step({{szReadAll}}, [&] { return ReadTrack(1, framed.data(), 2, nullptr, 64); }), 0);
+    EXPECT_EQ(step({{szReadAll}}, [&] { return ReadTrack(1, framed.data(), 2, reply.data(), 0); }), 0);
 }
 
 TEST_F(MsrTracksSteps, AReadLeavesItsEndConditionAndTwoSecondsForTheStatus)
