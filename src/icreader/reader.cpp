@@ -3,6 +3,7 @@
 // Owns stCardReader. A reader mode other than 0 names a reader that is not driven here; every call that would talk to
 // it ends before any traffic.
 
+#include "end_byte.h"
 #include "log.h"
 #include "reader_state.h"
 
@@ -30,7 +31,7 @@ void sendSpeedEscape(const TransPortParam &param, uint32_t nFlag) noexcept
 
 int32_t IcEndCondition(const uint8_t *buf, int32_t len) noexcept
 {
-    return buf != nullptr && len > 0 && buf[len - 1] == qv::ucCardEnd ? 0 : -1;
+    return qv::endsIn(buf, len, qv::ucCardEnd);
 }
 
 int32_t COMM_Icc_InitCardReaderParam(TransPortParam *param) noexcept

@@ -4,6 +4,8 @@
 // A cancel goes down to the running read.
 
 #include "device.h"
+
+#include "end_byte.h"
 #include "log.h"
 
 #include <array>
@@ -83,7 +85,7 @@ int32_t settingResult(int32_t nExchanged) noexcept
 
 int32_t MsgEndCondition(const uint8_t *buf, int32_t len) noexcept
 {
-    return buf != nullptr && len > 0 && buf[len - 1] == qv::ucStripeEnd ? 0 : -1;
+    return qv::endsIn(buf, len, qv::ucStripeEnd);
 }
 
 int32_t COMM_Msg_InitCardReaderParam(TransPortParam *param) noexcept
@@ -92,7 +94,7 @@ int32_t COMM_Msg_InitCardReaderParam(TransPortParam *param) noexcept
         return RET_PUB_INVAL_PARAM;
     *param = {};
     param->nWord1 = nFirstWord;
-    param->nType = 1;
+    param->nType = qv::nTypeSerial;
     param->nPort = 1;
     param->nBaud = qv::nBaseBaud;
     param->nTimeOut = nDefaultTimeOut;

@@ -20,6 +20,8 @@ enum Travel : uint32_t {
     kBare = 1,
 };
 
+inline constexpr uint32_t nTypeSerial = 1;
+
 inline constexpr int32_t nNotOpened = -50; // also of a busy record
 inline constexpr int32_t nBaseBaud = 9600;
 inline constexpr uint32_t nSettingSeconds = 2; // read time-out of settings and of the status after a read

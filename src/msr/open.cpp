@@ -34,7 +34,6 @@ int32_t g_bMsgBaundFlag = 0;
 
 namespace {
 
-constexpr uint32_t nTypeSerial = 1;
 constexpr uint32_t nTypeAux = 4;
 constexpr uint32_t nComBaud = 9600;
 constexpr uint32_t nComBaudFast = 115200;
@@ -91,7 +90,7 @@ bool startsWith(std::string_view sName, std::string_view sPrefix) noexcept
 
 bool isSerialOrAux() noexcept
 {
-    return g_MsgParam.nType == nTypeSerial || g_MsgParam.nType == nTypeAux;
+    return g_MsgParam.nType == qv::nTypeSerial || g_MsgParam.nType == nTypeAux;
 }
 
 void useAux(const char *pszName, uint32_t nTermType) noexcept
@@ -110,7 +109,7 @@ int32_t useCom(const char *pszName, uint32_t nBaud) noexcept
         return RET_PUB_INVAL_PARAM;
     }
     QV_LOG(kLogCommDev, "USE COM");
-    g_MsgParam.nType = nTypeSerial;
+    g_MsgParam.nType = qv::nTypeSerial;
     g_MsgParam.nBaud = nBaud;
     g_MsgParam.nPort = std::atoi(pszName + nNumberAt);
     std::snprintf(g_MsgParam.szTermPath, sizeof g_MsgParam.szTermPath, "/dev/ttyS%lld", g_MsgParam.nPort - 1LL);
@@ -119,7 +118,7 @@ int32_t useCom(const char *pszName, uint32_t nBaud) noexcept
 
 void useTty(const char *pszName, uint32_t nBaud) noexcept
 {
-    g_MsgParam.nType = nTypeSerial;
+    g_MsgParam.nType = qv::nTypeSerial;
     g_MsgParam.nBaud = nBaud;
     g_MsgParam.nPort = std::atoi(pszName + nNumberAt);
     qv::copyText(std::span(g_MsgParam.szTermPath).first(nPathMax + 1), pszName);

@@ -3,6 +3,7 @@
 // Sends a framed or raw command through the dispatcher, reads until the end byte of the reply has come, takes the frame
 // apart and keeps the reader's status word. Nothing is retried here. A cancel goes down to the running read.
 
+#include "end_byte.h"
 #include "frame_limits.h"
 #include "last_read.h"
 #include "log.h"
@@ -199,7 +200,7 @@ int32_t ChangeEndChar(uint8_t c) noexcept
 
 int32_t ChangeEndCondition(const uint8_t *buf, int32_t len) noexcept
 {
-    return buf != nullptr && len > 0 && buf[len - 1] == gEndChar ? 0 : -1;
+    return qv::endsIn(buf, len, gEndChar);
 }
 
 int32_t Set_RdzBp(const char *mode) noexcept
