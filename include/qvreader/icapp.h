@@ -1,5 +1,6 @@
 /*
- * icapp.h - the IC application layer: BER-TLV (ISO 7816-4) toolkit, card data as lettered text.
+ * icapp.h - the IC application layer: BER-TLV (ISO 7816-4) toolkit, card data as lettered text, card commands by name,
+ * sessions with a card, and the steps of a debit-credit transaction.
  */
 #ifndef QVREADER_ICAPP_H
 #define QVREADER_ICAPP_H
@@ -123,17 +124,342 @@ QV_API char *quorvan_find_tag_app(const char *pTag, int32_t nTagLen, const char 
 QV_API int32_t quorvan_get_tag_value_app(const char *pTag, int32_t nTagLen, const char *pszText, int32_t nTextLen,
                                          char *pOut, int32_t *pnOutLen) QV_NOEXCEPT;
 
-/* ---- callbacks ------------------------------------------------------------------------------------------------- */
+/* ---- card commands ----------------------------------------------------------------------------------------------
+ *
+ * PBOC debit and credit (EMV Book 3, ISO 7816-4) and the electronic deposit and purse (JR/T 0025.1 and .2, edition of
+ * 2005), one function a command. A card is powered; the command goes through the command exchange of stICOp.
+ *
+ * resp: out, at least 1024 bytes, the card's whole answer with SW1 SW2. respLen: out, bytes. When either is null, and
+ * when the exchange fails, nothing is copied. Lengths in bytes; a data field has at most 255.
+ * Result of each: the card's status word, 0x9000 for done; 0 when the answer had fewer than 2 bytes; the exchange's
+ * failure (the last card status word is 0xAAAA then); 0xFFFFFFFF (-1) with nothing sent for a wrong argument, a null
+ * data pointer with a length, or more than 255 bytes. */
 
-/* Which callbacks of the application layer work; 0 switches one off. */
+/* The sender behind the others: CLA INS P1 P2, Lc and data unless lc is 0, Le if leFlag is 1. */
+QV_API uint32_t Cmd_Ic_PbocSendAPDU(uint8_t cla, uint8_t ins, uint8_t p1, uint8_t p2, uint8_t lc, const uint8_t *data,
+                                    uint8_t leFlag, uint8_t le, uint8_t *resp, uint32_t *respLen) QV_NOEXCEPT;
+
+/* SELECT 00 A4 p1 p2. */
+QV_API uint32_t Cmd_Ic_PbocSelectFile(uint8_t p1, uint8_t p2, const uint8_t *data, uint8_t lc, uint8_t *resp,
+                                      uint32_t *respLen) QV_NOEXCEPT;
+
+/* SELECT by name 00 A4 04 00; mode 2: the next application of that name (P2 02). */
+QV_API uint32_t Cmd_Ic_PbocSelect_Aid(int32_t mode, const uint8_t *aid, uint32_t aidLen, uint8_t *resp,
+                                      uint32_t *respLen) QV_NOEXCEPT;
+
+/* READ RECORD 00 B2 record, P2 from the SFI (0: the current file). */
+QV_API uint32_t Cmd_Ic_PbocReadRecord(uint8_t sfi, uint8_t record, uint8_t *resp, uint32_t *respLen) QV_NOEXCEPT;
+
+/* An issuer script command: CLA INS P1 P2 Lc data, totalLen bytes. Lc goes out as totalLen - 4 and the data from the
+ * fifth byte of command on, so that command holds no Lc of its own. 4 to 259 bytes. */
+QV_API uint32_t Cmd_Ic_PbocWriteScript(const uint8_t *command, uint32_t totalLen, uint8_t *resp,
+                                       uint32_t *respLen) QV_NOEXCEPT;
+
+/* GET PROCESSING OPTIONS 80 A8 00 00. */
+QV_API uint32_t Cmd_Ic_PbocGetProcessOptions(const uint8_t *pdolData, uint32_t len, uint8_t *resp,
+                                             uint32_t *respLen) QV_NOEXCEPT;
+
+/* VERIFY 00 20 00: kind '0' plain PIN (P2 80), any other enciphered (P2 88); Le is FF. */
+QV_API uint32_t Cmd_Ic_PbocPinVerify(char kind, const uint8_t *pinBlock, uint32_t len) QV_NOEXCEPT;
+
+/* GET CHALLENGE 00 84 00 00 le. The length of the answer is not told. */
+QV_API uint32_t Cmd_Ic_PbocGetChallenge(uint8_t *resp, uint8_t le) QV_NOEXCEPT;
+
+/* GET DATA 80 CA. tag: in, 2 bytes. */
+QV_API uint32_t Cmd_Ic_PbocGetData(const uint8_t *tag, uint8_t *resp, uint32_t *respLen) QV_NOEXCEPT;
+
+/* INTERNAL AUTHENTICATE 00 88 00 00. */
+QV_API uint32_t Cmd_Ic_PbocInternalAuth(const uint8_t *data, uint32_t len, uint8_t *resp,
+                                        uint32_t *respLen) QV_NOEXCEPT;
+
+/* GENERATE AC 80 AE. type: 1 ARQC (P1 80), 2 TC (P1 40), other AAC (P1 00). */
+QV_API uint32_t Cmd_Ic_PbocGenerateAC(int32_t type, const uint8_t *cdolData, uint32_t len, uint8_t *resp,
+                                      uint32_t *respLen) QV_NOEXCEPT;
+
+/* EXTERNAL AUTHENTICATE 00 82 00 00; the card's data are dropped. */
+QV_API uint32_t Cmd_Ic_PbocExternalAuthenticate(const uint8_t *data, uint32_t len) QV_NOEXCEPT;
+
+/* GET BALANCE 80 5C 00 kind. kind: 1 deposit, 2 purse; any other is refused. Answer: 4 bytes. */
+QV_API uint32_t Cmd_Ic_EpEdGetBalance(uint8_t kind, uint8_t *resp, uint32_t *respLen) QV_NOEXCEPT;
+
+/* INITIALIZE FOR LOAD 80 50 00 kind. kind: as above. data11: key index, amount (4), terminal number (6). Answer: 16
+ * bytes: old balance (4), counter (2), key version, algorithm, random (4), MAC1 (4). */
+QV_API uint32_t Cmd_Ic_EpEdInitializeForLoad(uint8_t kind, const uint8_t *data11, uint8_t *resp,
+                                             uint32_t *respLen) QV_NOEXCEPT;
+
+/* CREDIT FOR LOAD 80 52 00 00. data11: date (4), time (3), MAC2 (4). Answer: TAC (4). */
+QV_API uint32_t Cmd_Ic_EpEdCreditForLoad(const uint8_t *data11, uint8_t *resp, uint32_t *respLen) QV_NOEXCEPT;
+
+/* INITIALIZE FOR UNLOAD 80 50 05 kind; kind, data11 and answer as for the load. */
+QV_API uint32_t Cmd_Ic_EpEdInitializeForUnLoad(uint8_t kind, const uint8_t *data11, uint8_t *resp,
+                                               uint32_t *respLen) QV_NOEXCEPT;
+
+/* DEBIT FOR UNLOAD 80 54 03 00. data11: date (4), time (3), MAC2 (4). Answer: MAC3 (4). */
+QV_API uint32_t Cmd_Ic_EpEdDebitForUnLoad(const uint8_t *data11, uint8_t *resp, uint32_t *respLen) QV_NOEXCEPT;
+
+/* INITIALIZE FOR PURCHASE 80 50 01 kind; data11 as for the load, kind is not checked. The answer (15 bytes) is dropped;
+ * a host that needs it for MAC1 sends the command with Cmd_Ic_PbocSendAPDU. */
+QV_API uint32_t Cmd_Ic_EpEdInitializeForPurchase(uint8_t kind, const uint8_t *data11) QV_NOEXCEPT;
+
+/* DEBIT FOR PURCHASE / CASH WITHDRAW 80 54 01 00. data15: terminal's serial number (4), date (4), time (3), MAC1 (4).
+ * The answer (TAC and MAC2, 8 bytes) is dropped, as above. */
+QV_API uint32_t Cmd_Ic_EpEdDebitForPurchaseOrCashWithdraw(const uint8_t *data15) QV_NOEXCEPT;
+
+/* READ BINARY 00 B0, P1 from the low five bits of sfi, P2 offset. le: bytes wanted; 0: no Le is sent. */
+QV_API uint32_t Cmd_Ic_EpEdReadBinary(uint8_t sfi, uint8_t offset, uint8_t le, uint8_t *resp,
+                                      uint32_t *respLen) QV_NOEXCEPT;
+
+/* READ RECORD 00 B2 as purse cards take it: the file in P1 as above, the record's number in P2. */
+QV_API uint32_t Cmd_Ic_EpEdRead(uint8_t sfi, uint8_t record, uint8_t le, uint8_t *resp, uint32_t *respLen) QV_NOEXCEPT;
+
+/* UPDATE BINARY 00 D6, P1 and P2 as for READ BINARY. */
+QV_API uint32_t Cmd_Ic_EpEdUpdateBinary(uint8_t sfi, uint8_t offset, const uint8_t *data, uint32_t len) QV_NOEXCEPT;
+
+/* What a card's status word means: "ErrCode: 6A82: ..." in GBK, NUL-terminated, in a buffer of the library that the
+ * next call overwrites. The words 63Cx, 6Cxx and 61xx get the text of 9000; 63Cx with the tries that are left, 6Cxx
+ * with the right length. The second: of the last card status word. */
+QV_API const char *ICC_CardCmdShowErrMsg(uint32_t code) QV_NOEXCEPT;
+QV_API const char *ICC_CardCmdShowLastErrMsg(void) QV_NOEXCEPT;
+
+/* ---- objects shared with the EMV kernel ---------------------------------------------------------------------------
+ *
+ * What a kernel offers stands in emv_kernel.h. */
+
+/* The device operation table. Only the kernel writes it; slots as in QV_APP_SetFuncP. Each call reads it anew. While
+ * all slots are null, the calls below use the reader directly, whatever g_stCallBackFunc says. With a table, a null
+ * slot 2, 3 or 6 means that opening, closing or powering down does nothing and succeeds; a null slot 8 that every
+ * exchange fails. All null at load. */
+extern QV_API void *stICOp[10];
+
+extern QV_API uint8_t g_stProc[3168];   /* the kernel's process record; fields: emv_kernel.h */
+extern QV_API uint8_t stICS[200];       /* the kernel's */
+extern QV_API char *pszEmvData;         /* the kernel's transaction data; null: none */
+extern QV_API uint8_t g_szEmvbuf[8192]; /* the kernel's data buffer, to which the process record points */
+extern QV_API uint32_t g_nIcAlgorithm;  /* read by the kernel; QV_APP_SetIcAlgorithm */
+
+/* Which of the library's own callbacks work; 0 switches one off, so that it does nothing and gives 0. nCommRW is only
+ * kept. */
 typedef struct {
     int32_t nOpen, nClose, nPowerUp, nPowerDown, nCommRW;
 } StCallBackFunc;
 
 extern QV_API StCallBackFunc g_stCallBackFunc; /* all 1 at load */
 
+/* ---- options: process-wide, 0 at load unless said otherwise ------------------------------------------------------ */
+
+/* 1: the kernel has already made the first cryptogram; QV_APP_genARQC only stores the transaction data. */
+QV_API int32_t QV_APP_SetArqcExeFlag(uint32_t flag) QV_NOEXCEPT;
+QV_API uint32_t QV_APP_GetArqcExeFlag(void) QV_NOEXCEPT;
+
+/* 1 (at load): card data are selected through PPSE. */
+QV_API int32_t QV_APP_SetPpseSelect(uint32_t flag) QV_NOEXCEPT;
+QV_API uint32_t QV_APP_GetPpseSelect(void) QV_NOEXCEPT;
+
+/* 1: no second GENERATE AC at completion. */
+QV_API int32_t QV_APP_SetNoGac2Flag(uint32_t flag) QV_NOEXCEPT;
+QV_API uint32_t QV_APP_GetNoGac2Flag(void) QV_NOEXCEPT;
+
+/* 1: a request of card data for "A" alone (the card number) may stop at the card number. */
+QV_API int32_t QV_APP_SetFastReadFlag(uint32_t flag) QV_NOEXCEPT;
+
+/* 1: the host has registered a list of tags (QV_APP_SaveTlvTag). */
+QV_API int32_t QV_APP_SetTlvTagFlag(uint32_t flag) QV_NOEXCEPT;
+QV_API uint32_t QV_APP_GetTlvTagFlag(void) QV_NOEXCEPT;
+
+/* 1: QV_APP_getIcInfo, _GetIcAidList, _SelectGpo and _ReadRecord power the card down also after a success. */
+QV_API int32_t QV_APP_SetInfoPowerOffFlag(uint32_t flag) QV_NOEXCEPT;
+
+/* Sets g_nIcAlgorithm. */
+QV_API int32_t QV_APP_SetIcAlgorithm(uint32_t flag) QV_NOEXCEPT;
+
+/* Sets / reads the card-interface character of the last call. type: out, one byte. The second: -2 null. */
+QV_API int32_t tfunc_SetIcType(uint8_t type) QV_NOEXCEPT;
+QV_API int32_t tfunc_GetIcType(uint8_t *type) QV_NOEXCEPT;
+
+/* ---- callbacks for the kernel ------------------------------------------------------------------------------------ */
+
+/* Hands the library's own callbacks to the kernel. type: the character '0': all of them work; any other: only the
+ * exchange does, and slot 9 stays null. Emv_SetFunP's result; -1 no kernel. Changes g_stCallBackFunc; the kernel
+ * changes stICOp. */
+QV_API int32_t QV_APP_SetEmvFunc(uint8_t type) QV_NOEXCEPT;
+
+/* Hands the host's own callbacks to the kernel. table: ten slots, copied, null where the host has none, with the
+ * prototypes of the functions below: reserved; DevOpenPort; DevClosePort; DevPowerOn; DevPowerOnSlot; DevPowerOff;
+ * DevPowerOffSlot; DevSendCmd; DevSendCmdSlot; reserved. Emv_SetFunP's result; -1 no kernel; -2 null.
+ * Changes g_stCallBackFunc (0 for what the host has no function for, else 1); the kernel changes stICOp. */
+QV_API int32_t QV_APP_SetFuncP(void *const table[10]) QV_NOEXCEPT;
+
+/* Dev_Rdz_Ic_ClosePort, whatever the flags say. */
+QV_API int32_t CloseDev(void) QV_NOEXCEPT;
+
+/* Dev_Rdz_Ic_OpenPort and Dev_Rdz_Ic_ClosePort: as these; 0 and nothing done while nOpen / nClose is 0.
+ * parameter: the switch box's port. */
+QV_API int32_t DevOpenPort(const char *port, const char *parameter, uint32_t type, uint32_t reserved,
+                           int32_t baud) QV_NOEXCEPT;
+QV_API int32_t DevClosePort(void) QV_NOEXCEPT;
+
+/* Dev_Rdz_IccPowerOn and Dev_Rdz_IccPowerOnSlot: as these; 0 and nothing done while nPowerUp is 0. atr: out, at least
+ * 512 bytes; atrLen: out, bytes. The second leaves the current slot as it is. */
+QV_API int32_t DevPowerOn(uint8_t slotChar, uint8_t *atr, uint32_t *atrLen) QV_NOEXCEPT;
+QV_API int32_t DevPowerOnSlot(int32_t slot, uint8_t *atr, uint32_t *atrLen) QV_NOEXCEPT;
+
+/* COMM_Icc_CardReaderPowerOff of the current slot / of that slot: as this; 0 and nothing done while nPowerDown is 0. */
+QV_API int32_t DevPowerOff(void) QV_NOEXCEPT;
+QV_API int32_t DevPowerOffSlot(int32_t slot) QV_NOEXCEPT;
+
+/* ICC_CardCmdVisitCOS: as this, whatever the flags say. resp: out, at least 1024 bytes; respLen: out, bytes. The second
+ * makes the slot current first. */
+QV_API int32_t DevSendCmd(const uint8_t *command, uint32_t len, uint8_t *resp, uint32_t *respLen) QV_NOEXCEPT;
+QV_API int32_t DevSendCmdSlot(int32_t slot, const uint8_t *command, uint32_t len, uint8_t *resp,
+                              uint32_t *respLen) QV_NOEXCEPT;
+
 /* Dev_Rdz_SetPowerOnTime, unless g_stCallBackFunc.nPowerUp is 0. seconds: see there. Always 0. */
 QV_API int32_t QV_APP_SetDevPowerOnTimeout(uint32_t seconds) QV_NOEXCEPT;
+
+/* ---- session calls ------------------------------------------------------------------------------------------------
+ *
+ * Each opens the reader, does one thing and closes it again, through the table of stICOp. port: the reader's name as
+ * for Dev_Rdz_Ic_OpenPort. parameter: the switch box's port ("A", "B", "C", "K"; may be null). baud: bits per second.
+ * icFlag, cardType: a text whose first character counts.
+ * "Converted": the result goes through the kernel's TY_ConvertErr, so that it is the kernel's standard code; without a
+ * kernel it stays as it is. The codes below are those before the conversion.
+ * -2 stands for a null port or another null pointer of the host, before anything is opened. All of them change what
+ * Dev_Rdz_Ic_OpenPort changes. */
+
+/* Opens / closes the reader; the arguments of the second are ignored. As Dev_Rdz_Ic_OpenPort and _ClosePort. */
+QV_API int32_t QV_APP_OpenPort(const char *port, const char *parameter, int32_t baud) QV_NOEXCEPT;
+QV_API int32_t QV_APP_ClosePort(const char *port, const char *parameter, int32_t baud) QV_NOEXCEPT;
+
+/* Powers up a card. icFlag: the card type of Dev_Rdz_IccPowerOn. atrText: out, at least 1025 characters: the ATR in
+ * hexadecimal with a NUL; atrLen: out, its characters; either may be null, which leaves the ATR out. Converted. -2; the
+ * codes of opening and of Dev_Rdz_IccPowerOn. Changes the current slot and the read time-out. */
+QV_API int32_t QV_APP_PowerOn(const char *port, const char *parameter, int32_t baud, const char *icFlag,
+                              uint32_t *atrLen, char *atrText) QV_NOEXCEPT;
+
+/* Powers down a card. icFlag: "1" contact slot 0; "2" contactless; "3" contact slot 0 and, if the reader's status after
+ * that is not 0, contactless; other: the current slot. Converted. -2; minus the reader's status word; the codes of
+ * opening and of COMM_Icc_CardReaderPowerOff. Changes the current slot. */
+QV_API int32_t QV_APP_PowerOff(const char *port, const char *parameter, int32_t baud, const char *icFlag) QV_NOEXCEPT;
+
+/* Dev_Rdz_Ic_SendCommand, _SendCommandOnly, _SendCommandDirect and _SendCommandOnlyDirect with the same arguments; all
+ * converted but the second. */
+QV_API int32_t QV_APP_SendCommand(const char *port, const char *parameter, int32_t baud, const char *cardType,
+                                  uint32_t cmdLen, const uint8_t *cmd, uint32_t *outLen, uint8_t *out) QV_NOEXCEPT;
+QV_API int32_t QV_APP_SendCommandOnly(const char *cardType, uint32_t cmdLen, const uint8_t *cmd, uint32_t *outLen,
+                                      uint8_t *out) QV_NOEXCEPT;
+QV_API int32_t QV_APP_SendCommandDirect(const char *port, const char *parameter, int32_t baud, uint32_t cmdLen,
+                                        const uint8_t *cmd, uint32_t *outLen, uint8_t *out) QV_NOEXCEPT;
+QV_API int32_t QV_APP_SendCommandOnlyDirect(uint32_t cmdLen, const uint8_t *cmd, uint32_t *outLen,
+                                            uint8_t *out) QV_NOEXCEPT;
+
+/* Dev_Rdz_Ic_DetectCard. state: in, the mode of DealCardSlot in its first byte. Converted. */
+QV_API int32_t QV_APP_DetectCard(const char *port, const char *parameter, int32_t baud, uint8_t *state) QV_NOEXCEPT;
+
+/* Dev_Rdz_Ic_ChkDevPresent. Converted. */
+QV_API int32_t QV_APP_ChkDevPresent(const char *port, const char *parameter, int32_t baud) QV_NOEXCEPT;
+
+/* Dev_Rdz_SetPowerOnTime. 0; -2 below 0 or above 120 seconds (nothing changes). */
+QV_API int32_t QV_APP_SetPowerOnTimeout(int32_t seconds) QV_NOEXCEPT;
+
+/* COMM_IC_MulModuleReset on an open port. Converted. */
+QV_API int32_t QV_APP_MulModuleReset(void) QV_NOEXCEPT;
+
+/* LEDs, buzzer, device record: COMM_Icc_SetLEDStatus, _SetLEDStatusEx, _SetBeepStatus and _GetDeviceInfo, whose
+ * arguments and results they have. -2; a negative code of opening; after any other result than 0 the reader stays open.
+ * The device record ignores its parameter. out: out, at least 1024 bytes. */
+QV_API int32_t QV_APP_SetLEDStatu(const char *port, const char *parameter, int32_t baud, uint8_t state) QV_NOEXCEPT;
+QV_API int32_t QV_APP_SetLEDStatuEx(const char *port, int32_t baud, uint8_t state, uint8_t mode) QV_NOEXCEPT;
+QV_API int32_t QV_APP_SetBeepStatu(const char *port, const char *parameter, int32_t baud, int32_t a,
+                                   uint8_t b) QV_NOEXCEPT;
+QV_API int32_t QV_APP_GetDeviceInfo(const char *port, const char *parameter, int32_t baud, uint8_t *out) QV_NOEXCEPT;
+
+/* Waits for a card of any kind: COMM_Icc_detectMulCard. kind: seconds to wait. out1, out2: out, at least 512 bytes
+ * each, may be null: tracks 2 and 3. The kind that was found (1 to 4); otherwise as the LEDs. */
+QV_API int32_t QV_APP_DetectMulCard(const char *port, const char *parameter, int32_t baud, int32_t kind, char *out1,
+                                    char *out2) QV_NOEXCEPT;
+
+/* Dev_Rdz_IcGetPcScList, Dev_Rdz_Ic_SetPcscReader, Dev_Rdz_Ic_SetSlot, COMM_Icc_CardReaderGetCardSlot,
+ * Dev_Rdz_Ic_AddHid (kind: its index) and Dev_Rdz_Ic_RaiseBaundFlag, as they are. */
+QV_API int32_t QV_APP_GetPcscList(char *out) QV_NOEXCEPT;
+QV_API int32_t QV_APP_SetPcscReader(const char *name) QV_NOEXCEPT;
+QV_API int32_t QV_APP_SetSlot(int32_t slot) QV_NOEXCEPT;
+QV_API int32_t QV_APP_GetCardSlot(void) QV_NOEXCEPT;
+QV_API int32_t QV_APP_AddHID(int32_t kind, uint64_t pid, uint64_t vid) QV_NOEXCEPT;
+QV_API int32_t QV_APP_Ic_RaiseBaundFlag(uint32_t flag) QV_NOEXCEPT;
+
+/* Hands a pointer to the kernel (Emv_Set_TranseData): its result; -1 no kernel. */
+QV_API int32_t QV_APP_SetTranseData(void *data) QV_NOEXCEPT;
+
+/* ---- card data and transactions -----------------------------------------------------------------------------------
+ *
+ * One step of a PBOC debit-credit conversation (EMV Books 3 and 4) each; the kernel keeps what lies between. Arguments
+ * and conversion as above; without a kernel each fails with -1, the reader closed. A step that fails powers the card
+ * down; begin again with the selection then. Outputs are written on success only: clear them first. outLen: out,
+ * characters. Each changes g_stProc and the card-interface character; those that begin a selection clear g_stProc and
+ * g_szEmvbuf. */
+
+/* Reads card data. tagList: the wanted fields, a letter each; empty: -2. out: out, lettered text, as long as the
+ * kernel writes it (a field has at most 1003 characters). */
+QV_API int32_t QV_APP_getIcInfo(const char *port, const char *parameter, int32_t baud, const char *icFlag,
+                                const char *tagList, uint32_t *outLen, char *out) QV_NOEXCEPT;
+
+/* Lists the card's applications. out: out, as long as the kernel writes it. */
+QV_API int32_t QV_APP_GetIcAidList(const char *port, const char *parameter, int32_t baud, const char *icFlag,
+                                   uint32_t *outLen, char *out) QV_NOEXCEPT;
+
+/* Selects an application with / without GET PROCESSING OPTIONS; the card stays powered after a success. aid:
+ * hexadecimal text; empty: -2. */
+QV_API int32_t QV_APP_SelectAid(const char *port, const char *parameter, int32_t baud, const char *icFlag,
+                                const char *aid) QV_NOEXCEPT;
+QV_API int32_t QV_APP_SelectAidNoGpo(const char *port, const char *parameter, int32_t baud, const char *icFlag,
+                                     const char *aid) QV_NOEXCEPT;
+
+/* GET PROCESSING OPTIONS for the selected application. */
+QV_API int32_t QV_APP_SelectGpo(const char *port, const char *parameter, int32_t baud, const char *icFlag) QV_NOEXCEPT;
+
+/* Reads the selected application's records. tagList, out: as QV_APP_getIcInfo; an empty list is handed on. When
+ * reading failed while the info power-off flag is 0, the result is that of saving what was read. */
+QV_API int32_t QV_APP_ReadRecord(const char *port, const char *parameter, int32_t baud, const char *icFlag,
+                                 const char *tagList, uint32_t *outLen, char *out) QV_NOEXCEPT;
+
+/* Makes the ARQC. unused: ignored. txData: amount, date and so on, as the kernel takes them. arqc: out, up to 16,384
+ * hexadecimal characters and a NUL; arqcLen: out, characters.
+ * -1 the kernel has no transaction data (pszEmvData is null). When opening, the transaction or the packing failed, the
+ * card is powered down and the result is the power-down's: it may be 0, so clear arqcLen first and look at it.
+ * While the ARQC-executed flag is 1 only txData are stored and nothing is opened: 0, -2 without transaction data; not
+ * converted. */
+QV_API int32_t QV_APP_genARQC(const char *port, const char *parameter, int32_t baud, const char *unused,
+                              const char *txData, uint32_t *arqcLen, char *arqc) QV_NOEXCEPT;
+QV_API int32_t QV_APP_GenerateARQC(const char *port, const char *parameter, int32_t baud, const char *unused,
+                                   const char *txData, uint32_t *arqcLen, char *arqc) QV_NOEXCEPT;
+
+/* Completes the transaction with the issuer's answer. unused, txData: ignored. arpc: hexadecimal text, at most 4096
+ * characters (more: -2); null or empty: the issuer did not answer. completion: out, up to 16,384 hexadecimal
+ * characters and a NUL; completionLen: out, characters. scriptResult: out, at least 807 characters: "DF3105", the
+ * script result in hexadecimal, a NUL. The reader is closed, the card not powered down.
+ * The result of reading the script result after a completion, else that of the completion; -1 the kernel has no
+ * transaction data. */
+QV_API int32_t QV_APP_CtlScriptData(const char *port, const char *parameter, int32_t baud, const char *unused,
+                                    const char *txData, const char *arpc, uint32_t *completionLen, char *completion,
+                                    char *scriptResult) QV_NOEXCEPT;
+QV_API int32_t QV_APP_CloseTransAction(const char *port, const char *parameter, int32_t baud, const char *unused,
+                                       const char *txData, const char *arpc, uint32_t *completionLen, char *completion,
+                                       char *scriptResult) QV_NOEXCEPT;
+
+/* Reads a log of the card. detailKind: 1 transactions, 2 loads. outLen, out: handed to the kernel. The card is powered
+ * down and the reader closed in every case. */
+QV_API int32_t QV_APP_GetTranDetail(const char *port, const char *parameter, int32_t baud, const char *icFlag,
+                                    int32_t detailKind, uint32_t *outLen, char *out) QV_NOEXCEPT;
+
+/* Says that the host has registered a list of tags, which ends with the character end. Sets the TLV-tag flag; the tags
+ * themselves go to the kernel by its own means. Converted: 0 when a separator stands behind the last tag, else -2; -2
+ * also for null and for a list without its end (the flag stays then). */
+QV_API int32_t QV_APP_SaveTlvTag(const char *tagList, char separator, char end) QV_NOEXCEPT;
+
+/* QV_APP_getIcInfo with arguments that are ignored between. */
+QV_API int32_t QV_APP_GetIccInfo(const char *port, const char *parameter, int32_t baud, const char *icFlag,
+                                 const char *unused5, const char *unused6, const char *tagList, const char *unused8,
+                                 uint32_t *outLen, char *out) QV_NOEXCEPT;
 
 QV_END_DECLS
 

@@ -17,6 +17,7 @@
 #define QVREADER_QVREADER_H
 
 #include "qvreader/devcall.h"
+#include "qvreader/emv_kernel.h"
 #include "qvreader/icapp.h"
 #include "qvreader/icreader.h"
 #include "qvreader/msr.h"

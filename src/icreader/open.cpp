@@ -8,6 +8,8 @@
 // A serial link may lead through an external switch box (a port of it is selected by an escape sequence) or be raised
 // from 9600 baud to the requested rate; the box skips the raise.
 
+#include "qvreader/emv_kernel.h"
+
 #include "bounded_text.h"
 #include "host_ids.h"
 #include "kernel_link.h"
@@ -27,8 +29,7 @@ int32_t g_useBpBox = 0;
 char g_szPcscReader[256] = {};
 
 // The kernel's own, where the loader found one.
-extern "C" __attribute__((weak))
-int32_t Instr_IC_M1PowerOn(uint64_t, uint64_t, uint64_t, uint64_t, uint64_t, uint64_t, uint64_t, uint64_t);
+#pragma weak Instr_IC_M1PowerOn
 
 namespace {
 
