@@ -122,7 +122,7 @@ Trouble quit(Bench &bench, const Words &, Lines &)
 }
 
 constexpr std::array<Command, 16> kCommands{{
-    {"insert", "SLOT CARD", 2, "puts a card in; CARD is script:FILE or vpcd:PORT", insertCard},
+    {"insert", "SLOT CARD", 2, "puts a card in; CARD is script:FILE, purse:FILE, psam:FILE or vpcd:PORT", insertCard},
     {"remove", "SLOT", 1, "pulls the card out", removeCard},
     {"swipe", "TRACK2 TRACK3", 2, "a magnetic card goes through once; - is an empty track", swipeCard},
     {"stripe", "FILE|none|SETTING", 1,

@@ -25,6 +25,15 @@ inline std::string_view trimmed(std::string_view text)
     return text;
 }
 
+// Up to a "#" at the beginning or behind a blank.
+inline std::string_view withoutComment(std::string_view text)
+{
+    for (std::size_t i = 0; i < text.size(); ++i)
+        if (text[i] == '#' && (i == 0 || isBlank(text[i - 1])))
+            return text.substr(0, i);
+    return text;
+}
+
 // Takes the next line off the text, without its line feed.
 inline std::string_view takeLine(std::string_view &text)
 {

@@ -35,15 +35,6 @@ constexpr std::array<TrackRow, kTracks> kTrackRows{{
     {"track3", '0', '?', 107, "track 3 holds characters from \"0\" to \"?\"", "track 3 holds at most 107 characters"},
 }};
 
-// Up to a "#" at the beginning or behind a blank.
-std::string_view withoutComment(std::string_view text)
-{
-    for (std::size_t i = 0; i < text.size(); ++i)
-        if (text[i] == '#' && (i == 0 || isBlank(text[i - 1])))
-            return text.substr(0, i);
-    return text;
-}
-
 class Parser {
   public:
     StripeCardResult parse(std::string_view text, std::string_view fileName)

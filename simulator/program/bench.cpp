@@ -29,6 +29,8 @@ TimePoint now()
 
 const Bench::CardKind Bench::kCardKinds[] = {
     {"script:", &Bench::insertScript},
+    {"purse:", &Bench::insertPurse},
+    {"psam:", &Bench::insertPsam},
     {"vpcd:", &Bench::insertVpcd},
 };
 
@@ -69,7 +71,7 @@ void Bench::putTerminal(const TerminalFamily &family, unsigned auxPort)
 
 Trouble Bench::insert(SlotCode slot, std::string_view card, std::vector<std::string> &told)
 {
-    if (scripts_.contains(slot) || bridges_.contains(slot))
+    if (fromFiles_.contains(slot) || bridges_.contains(slot))
         return "slot " + std::to_string(slot) + " is taken; remove its card first";
     for (const CardKind &kind : kCardKinds) {
         if (!card.starts_with(kind.prefix))
@@ -78,7 +80,7 @@ Trouble Bench::insert(SlotCode slot, std::string_view card, std::vector<std::str
         settle();
         return trouble;
     }
-    return "a card is script:FILE or vpcd:PORT";
+    return "a card is script:FILE, purse:FILE, psam:FILE or vpcd:PORT";
 }
 
 Trouble Bench::insertScript(SlotCode slot, std::string_view file, std::vector<std::string> &)
@@ -95,9 +97,14 @@ Trouble Bench::insertScript(SlotCode slot, std::string_view file, std::vector<st
     std::shared_ptr<ScriptUse> &use = uses_[{slot, std::string(file)}];
     if (!use)
         use = std::make_shared<ScriptUse>();
-    scripts_.insert(slot);
-    reader_.insert(slot, std::make_unique<ScriptCard>(std::move(script), std::move(label), use), now());
+    putCard(slot, std::make_unique<ScriptCard>(std::move(script), std::move(label), use));
     return std::nullopt;
+}
+
+void Bench::putCard(SlotCode slot, std::unique_ptr<Card> card)
+{
+    fromFiles_.insert(slot);
+    reader_.insert(slot, std::move(card), now());
 }
 
 Trouble Bench::insertVpcd(SlotCode slot, std::string_view port, std::vector<std::string> &told)
@@ -121,7 +128,7 @@ Trouble Bench::insertVpcd(SlotCode slot, std::string_view port, std::vector<std:
 
 Trouble Bench::remove(SlotCode slot)
 {
-    if (scripts_.erase(slot) == 0 && bridges_.erase(slot) == 0)
+    if (fromFiles_.erase(slot) == 0 && bridges_.erase(slot) == 0)
         return "slot " + std::to_string(slot) + " is empty";
     reader_.remove(slot, now());
     settle();

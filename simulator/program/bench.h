@@ -39,7 +39,7 @@ class Bench {
     // The pseudo-terminal becomes the line of a terminal, with the reader on one of its aux ports.
     void putTerminal(const TerminalFamily &family, unsigned auxPort);
 
-    // `card`: "script:FILE" or "vpcd:PORT". `told` gets lines such as "vpcd 0 35963".
+    // `card`: "script:FILE", "purse:FILE", "psam:FILE" or "vpcd:PORT". `told` gets lines such as "vpcd 0 35963".
     Trouble insert(SlotCode slot, std::string_view card, std::vector<std::string> &told);
     Trouble remove(SlotCode slot);
     Trouble setBaud(unsigned baud);
@@ -78,7 +78,10 @@ class Bench {
     static const CardKind kCardKinds[];
 
     Trouble insertScript(SlotCode slot, std::string_view file, std::vector<std::string> &told);
+    Trouble insertPurse(SlotCode slot, std::string_view file, std::vector<std::string> &told);
+    Trouble insertPsam(SlotCode slot, std::string_view file, std::vector<std::string> &told);
     Trouble insertVpcd(SlotCode slot, std::string_view port, std::vector<std::string> &told);
+    void putCard(SlotCode slot, std::unique_ptr<Card> card);
     Channel::Receiver receiver();
     void settle();
     void hangUp();
@@ -104,7 +107,7 @@ class Bench {
     LineFaults faults_;
     std::deque<Outgoing> outgoing_;
     std::map<SlotCode, std::unique_ptr<VpcdBridge>> bridges_;
-    std::set<SlotCode> scripts_; // slots that hold a script card
+    std::set<SlotCode> fromFiles_; // slots that hold a card from a file
     // By slot and file: a card that is pulled out and put in again goes on counting.
     std::map<std::pair<SlotCode, std::string>, std::shared_ptr<ScriptUse>> uses_;
     bool stopped_ = false;

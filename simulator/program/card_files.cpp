@@ -57,6 +57,16 @@ StripeCardResult readStripeFile(const std::string &path)
     return readFile(path, parseStripeCard);
 }
 
+PurseDataResult readPurseFile(const std::string &path)
+{
+    return readFile(path, parsePurseData);
+}
+
+PsamDataResult readPsamFile(const std::string &path)
+{
+    return readFile(path, parsePsamData);
+}
+
 void writeCardFile(std::string_view what, const std::string &path, std::string_view text)
 {
     const UniqueFd file(::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOCTTY, kRecordMode));

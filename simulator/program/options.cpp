@@ -38,8 +38,9 @@ std::pair<SlotCode, std::string> splitCard(const std::string &text)
     const std::optional<SlotCode> slot =
         equals == std::string::npos ? std::nullopt : parseSlot(std::string_view(text).substr(0, equals));
     if (!slot)
-        throw CLI::ValidationError("--card", text + ": write SLOT=script:FILE or SLOT=vpcd:PORT, SLOT being 0 "
-                                                    "to 15 (contact), 16 to 31 (PSAM) or 255 (contactless)");
+        throw CLI::ValidationError(
+            "--card", text + ": write SLOT=script:FILE, SLOT=purse:FILE, SLOT=psam:FILE or SLOT=vpcd:PORT, SLOT "
+                             "being 0 to 15 (contact), 16 to 31 (PSAM) or 255 (contactless)");
     return {*slot, text.substr(equals + 1)};
 }
 
@@ -102,9 +103,10 @@ ParsedOptions parseOptions(int argc, char **argv)
             return baud && speedCode(*baud) ? std::string() : "no tty runs at " + text + " bits per second";
         });
     app.add_option("--card", cards,
-                   "A card in a slot from the start: 0=script:FILE plays a card file, 0=vpcd:PORT waits for a "
-                   "virtual card of another program on 127.0.0.1 (port 0: any, told as \"vpcd SLOT PORT\"). "
-                   "Slots: 0-15 contact, 16-31 PSAM, 255 contactless")
+                   "A card in a slot from the start: 0=script:FILE plays a card file, 0=purse:FILE is an electronic "
+                   "purse card, 16=psam:FILE a PSAM that takes purchases from it, 0=vpcd:PORT waits for a virtual "
+                   "card of another program on 127.0.0.1 (port 0: any, told as \"vpcd SLOT PORT\"). Slots: 0-15 "
+                   "contact, 16-31 PSAM, 255 contactless")
         ->type_name("SLOT=KIND:WHAT")
         ->allow_extra_args(false);
     app.add_option("--device", fields,

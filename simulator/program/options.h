@@ -27,7 +27,7 @@ struct StripeOptions {
 struct Options {
     std::vector<std::string> links;
     unsigned baud = 9600;
-    std::vector<std::pair<SlotCode, std::string>> cards;     // slot and "script:FILE" or "vpcd:PORT"
+    std::vector<std::pair<SlotCode, std::string>> cards;     // slot and kind and file or port
     std::vector<std::pair<std::string, std::string>> device; // field and value of the device record
     StripeOptions stripe;
     std::string terminal;    // name of its family; empty: none

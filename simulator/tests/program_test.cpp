@@ -226,7 +226,7 @@ TEST(Program, ControlMistakesAreAnswered)
         {{"insert"}, "!error: usage: insert SLOT CARD\n"},
         {{"insert", "0"}, "!error: usage: insert SLOT CARD\n"},
         {{"insert", "32", "script:x"}, "!error: a slot is 0 to 15 (contact), 16 to 31 (PSAM) or 255 (contactless)\n"},
-        {{"insert", "0", "tape:x"}, "!error: a card is script:FILE or vpcd:PORT\n"},
+        {{"insert", "0", "tape:x"}, "!error: a card is script:FILE, purse:FILE, psam:FILE or vpcd:PORT\n"},
         {{"insert", "0", "script:/nowhere"}, "!error: /nowhere: No such file or directory\n"},
         {{"insert", "0", "vpcd:65536"}, "!error: vpcd:PORT takes a port from 0 (any) to 65535\n"},
         {{"remove", "x"}, "!error: a slot is 0 to 15 (contact), 16 to 31 (PSAM) or 255 (contactless)\n"},

@@ -83,7 +83,7 @@ TEST(Usage, FilesThatAreNotWhatTheyShouldBeLeaveWithOne)
         {{"--stripe", folder}, 1, "stripe " + folder + ": no regular file"},
         {{"--stripe", "/dev/zero"}, 1, "/dev/zero: no regular file"},
         {{"--stripe", file}, 1, "stripe " + file + ":1: unknown word; known are name, format"},
-        {{"--card", "0="}, 1, "a card is script:FILE or vpcd:PORT"},
+        {{"--card", "0="}, 1, "a card is script:FILE, purse:FILE, psam:FILE or vpcd:PORT"},
         {{"--control", folder}, 1, "control socket " + folder + ": exists and is no socket"},
         {{"--control", file}, 1, "control socket " + file + ": exists and is no socket"},
         {{"--control", dir / "none/socket"}, 1, "none/socket: No such file or directory"},
