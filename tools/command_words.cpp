@@ -13,6 +13,7 @@
 //      | 80 15 D D N              | buzzer
 #include "command_words.h"
 
+#include "card_command_names.h"
 #include "device_record.h"
 #include "texts.h"
 
@@ -60,7 +61,10 @@ std::string powerOffContactless(BytesView)
 
 std::string apdu(BytesView data)
 {
-    return "APDU to " + slotText(data[2]) + ": " + spacedHex(data.subspan(3));
+    const BytesView command = data.subspan(3);
+    const char *pszName = cardCommandName(command);
+    return "APDU to " + slotText(data[2]) + ": " + spacedHex(command) +
+           (pszName != nullptr ? std::string(" (") + pszName + ")" : "");
 }
 
 std::string signOfLife(BytesView)

@@ -26,14 +26,15 @@ struct ExitRow {
 
 inline constexpr std::array<ExitRow, 10> exitTable{{
     {Exit::ok, "ok", "done; the card's last status word is 9000 or 61xx"},
-    {Exit::cardError, "card-error", "done, but the card's last status word is another one, or its stripe is empty"},
+    {Exit::cardError, "card-error",
+     "done, but the card's last status word is another one, its stripe is empty, or TLV data are malformed"},
     {Exit::usage, "usage", "the command line is wrong; nothing was opened"},
     {Exit::port, "port", "the port cannot be opened; the message says why"},
     {Exit::noCard, "no-card", "no card, or it was pulled out on the way"},
     {Exit::noAnswer, "no-answer", "no usable answer came from the reader (silence, rubbish, line gone)"},
     {Exit::readerError, "reader-error", "the reader answered with an error status"},
     {Exit::system, "system", "the system refused what the tool needs (memory, a thread, a file)"},
-    {Exit::checkFailed, "check-failed", "written, but what was read back from the stripe differs"},
+    {Exit::checkFailed, "check-failed", "what was read back from the stripe differs, or a purse card's code is wrong"},
     {Exit::cancelled, "cancelled", "cancelled by Ctrl-C (143: by SIGTERM, 129: by SIGHUP)"},
 }};
 

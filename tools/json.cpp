@@ -73,11 +73,14 @@ cJSON *appendObject(cJSON *pList)
     return pItem;
 }
 
-void addError(cJSON *pRoot, int nCode, const std::string &sText, std::optional<int32_t> nResult)
+void addError(cJSON *pRoot, int nCode, const std::string &sText, std::optional<int32_t> nResult,
+              const std::string &sMessage)
 {
     cJSON *pError = cJSON_AddObjectToObject(pRoot, "error");
     addText(pError, "name", exitName(nCode));
     addText(pError, "text", sText);
+    if (!sMessage.empty())
+        addText(pError, "message", sMessage);
     if (nResult)
         addNumber(pError, "result", *nResult);
     if (nResult && isReaderStatus(*nResult))
@@ -103,7 +106,7 @@ std::string Outcome::document()
             appendText(pList, sWarning);
     }
     if (failure)
-        addError(json.get(), exitCode(), failure->sText, failure->nResult);
+        addError(json.get(), exitCode(), failure->sText, failure->nResult, failure->sMessage);
     addNumber(json.get(), "exitCode", exitCode());
     return printed(json);
 }

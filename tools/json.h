@@ -29,11 +29,12 @@ void appendText(cJSON *pList, std::string_view sText);
 // A new object at the end of a list.
 cJSON *appendObject(cJSON *pList);
 // The member "error".
-void addError(cJSON *pRoot, int nCode, const std::string &sText, std::optional<int32_t> nResult);
+void addError(cJSON *pRoot, int nCode, const std::string &sText, std::optional<int32_t> nResult,
+              const std::string &sMessage = {});
 
 std::string printed(const Json &root);
 
-// What a command without a card has to say: lines to read and the same as JSON members.
+// What a command has to say: lines to read and the same as JSON members.
 struct Outcome {
     std::string sLines;
     Json json = newObject();

@@ -1,5 +1,7 @@
 // qvreader: power a card up, send it commands, show what it answers.
+#include "card_application.h"
 #include "channel.h"
+#include "charset.h"
 #include "codes.h"
 #include "console.h"
 #include "device.h"
@@ -14,6 +16,7 @@
 #include "stripe.h"
 #include "stripe_results.h"
 #include "stripe_texts.h"
+#include "tlv_command.h"
 #include "trace.h"
 #include "watch.h"
 
@@ -112,7 +115,7 @@ Outcome explainAll(const Options &options)
         outcome.sLines += sCode + (explanation.meanings.empty() ? ": nothing is known about this code\n" : "\n");
         for (const Meaning &meaning : explanation.meanings) {
             outcome.sLines += "  " + meaning.sReading + "  " + meaning.sText +
-                              (meaning.sMessage.empty() ? "" : " (\"" + meaning.sMessage + "\")") + "  [" +
+                              (meaning.sMessage.empty() ? "" : " (\"" + forTerminal(meaning.sMessage) + "\")") + "  [" +
                               meaning.sSet + "]\n";
             cJSON *pMeaning = appendObject(pMeanings);
             addText(pMeaning, "reading", meaning.sReading);
@@ -143,12 +146,23 @@ void runWithReader(const Options &options, Console &console, Outcome &outcome)
         examine(options, bench.port(), bench.watch(), outcome);
     else if (options.command == Command::stripe)
         driveStripe(options, console, bench.port(), bench.watch(), outcome);
+    else if (options.command == Command::select)
+        driveSelect(options, bench.port(), bench.session(), outcome);
+    else if (options.command == Command::purse)
+        drivePurse(options, bench.port(), bench.session(), outcome);
     else
         driveDevice(options, bench.port(), bench.watch(), bench.session(), outcome);
 }
 
-// Commands that power no card.
-int runWithoutCard(Options options)
+// For a line to be read.
+std::string failureText(const Failure &failure)
+{
+    return "qvreader: " + failure.sText +
+           (failure.sMessage.empty() ? "" : "  \"" + forTerminal(failure.sMessage) + "\"");
+}
+
+// Commands that tell all they have to say at the end.
+int runToOutcome(Options options)
 {
     Console console;
     Results results(options, console);
@@ -157,6 +171,8 @@ int runWithoutCard(Options options)
         outcome = explainAll(options);
     else if (options.command == Command::log)
         outcome = switchLog(options);
+    else if (options.command == Command::tlv)
+        outcome = showTlv(options);
     else if (prepared(options, console, outcome))
         runWithReader(options, console, outcome);
     if (options.bJson) {
@@ -166,14 +182,14 @@ int runWithoutCard(Options options)
         results.put(outcome.sLines);
     }
     if (outcome.failure)
-        console.line("qvreader: " + outcome.failure->sText);
+        console.line(failureText(*outcome.failure));
     return outcome.exitCode();
 }
 
 int run(const Options &options)
 {
     if (options.command != Command::atr && options.command != Command::apdu)
-        return runWithoutCard(options);
+        return runToOutcome(options);
     Report report;
     report.options = options;
     Console console;

@@ -1,5 +1,6 @@
 #include "options.h"
 
+#include "card_options.h"
 #include "exit_codes.h"
 #include "option_values.h"
 #include "stripe_options.h"
@@ -30,7 +31,7 @@ struct CommandRow {
     const char *pszExamples; // a line each, behind "qvreader "
 };
 
-constexpr std::array<CommandRow, 12> commandTable{{
+constexpr std::array<CommandRow, 15> commandTable{{
     {Command::atr, "atr", "Power the card up and show its answer to reset",
      "--port /dev/ttyUSB0 atr --decode\n--port /dev/ttyS0 --slot psam1 --timeout 3 atr"},
     {Command::apdu, "apdu",
@@ -56,6 +57,14 @@ constexpr std::array<CommandRow, 12> commandTable{{
      "--port /dev/ttyUSB0 stripe read\n--port HID stripe read --tracks 2 --show\n--port /dev/ttyUSB0 stripe write "
      "--card "
      "test.stripe --verify"},
+    {Command::select, "select",
+     "Power the card up, select an application by its name, show the card's answer as a tree, power the card down",
+     "--port /dev/ttyUSB0 select 315041592E5359532E4444463031\n--port /dev/ttyUSB0 --slot contactless select "
+     "A000000333 --next"},
+    {Command::purse, "purse", "An electronic deposit or purse: its balance, its log, load it, buy with it",
+     "--port /dev/ttyUSB0 purse balance\n--port /dev/ttyUSB0 purse buy 2.50"},
+    {Command::tlv, "tlv", "Show BER-TLV data as a tree, the tags with their names. Without a port",
+     "tlv 6F0A840851565055525345A500\ntlv - <answer.txt"},
     {Command::explain, "explain",
      "Say what a result or status word means. Without a port. CODE is decimal, 0x and hexadecimal, or a status word "
      "such as 6A82",
@@ -88,6 +97,8 @@ constexpr char szExamples[] = R"(Examples:
       the reader at aux port 2 of the terminal on which this is typed; the answer goes to a file
   qvreader --port /dev/ttyUSB0 stripe read
       waits for a card to be swiped and shows its tracks, the card number masked
+  qvreader tlv 6F0A840851565055525345A500
+      a card's data as a tree, the tags with their names
   qvreader doctor --port /dev/ttyUSB0
       what is wrong here, and what to do about it
   qvreader explain -56 6A82
@@ -147,7 +158,14 @@ void choosePort(Options &options, bool bNamed, const std::string &sAux, const st
 // A log or a code needs no reader; doctor has something to say about a missing port, too.
 bool needsPort(Command command)
 {
-    return command != Command::explain && command != Command::log && command != Command::doctor;
+    return command != Command::tlv && command != Command::explain && command != Command::log &&
+           command != Command::doctor;
+}
+
+bool needsSlot(Command command)
+{
+    return command == Command::atr || command == Command::apdu || command == Command::select ||
+           command == Command::purse;
 }
 
 // What would be given in vain is refused, so that nobody counts on it.
@@ -157,7 +175,7 @@ void checkCounts(const CLI::App &app, Command command)
         if (app.get_option(pszOption)->count() > 0)
             throw CLI::ValidationError(pszOption, std::string(commandName(command)) + " " + pszReason);
     };
-    if (needsPort(command) && command != Command::atr && command != Command::apdu)
+    if (needsPort(command) && !needsSlot(command))
         refuse("--slot", "asks the reader, not a slot; leave this option out");
     if (command != Command::doctor)
         return;
@@ -304,6 +322,12 @@ ParsedOptions parseOptions(int nArgs, const char *const *ppArgs)
     sub(Command::beep)->add_option("D", numbers[0], "0 to 65535, also 0x01")->type_name("NUMBER")->required();
     sub(Command::beep)->add_option("N", numbers[1], "0 to 255, also 0x01")->type_name("NUMBER")->required();
     addStripeOptions(*sub(Command::stripe), options.stripe);
+    addSelectOptions(*sub(Command::select), options.select);
+    addPurseOptions(*sub(Command::purse), options.purse);
+    sub(Command::tlv)
+        ->add_option("HEX", options.tlvTexts, "The data, hexadecimal, in one piece or more; -: from standard input")
+        ->required()
+        ->expected(-1);
     sub(Command::explain)
         ->add_option("CODE", options.codes, "A code, such as -56, 0x1005 or 6A82")
         ->required()
@@ -340,6 +364,8 @@ ParsedOptions parseOptions(int nArgs, const char *const *ppArgs)
             options.nKind = smallNumber("--kind", sKind, nMostByte);
         if (options.command == Command::stripe)
             settleStripe(app, options);
+        if (options.command == Command::purse)
+            settlePurse(app, options);
         checkCounts(app, options.command);
         checkChannel(app, options);
         checkTogether(options);
@@ -355,6 +381,8 @@ ParsedOptions parseOptions(int nArgs, const char *const *ppArgs)
         }
         if (parsed.sCommand == commandName(Command::stripe) && error.get_name() == "RequiredError")
             parsed.sError = "stripe what? Its commands are read and write";
+        else if (parsed.sCommand == commandName(Command::purse) && error.get_name() == "RequiredError")
+            parsed.sError = "purse what? Its commands are balance, load, buy and log";
         else if (parsed.sCommand.empty() && error.get_name() == "RequiredError") {
             const std::vector<std::string> rest = app.remaining();
             parsed.sError = (rest.empty() ? "no command was given" : "there is no command \"" + rest.front() + "\"") +

@@ -11,7 +11,24 @@
 
 namespace qvtool {
 
-enum class Command { atr, apdu, present, info, detect, led, beep, reset, stripe, explain, log, doctor };
+// In the order of the help.
+enum class Command {
+    atr,
+    apdu,
+    present,
+    info,
+    detect,
+    led,
+    beep,
+    reset,
+    stripe,
+    select,
+    purse,
+    tlv,
+    explain,
+    log,
+    doctor
+};
 
 const char *commandName(Command command);
 
@@ -47,6 +64,27 @@ struct StripeOptions {
     bool bShow = false; // card data in clear
 };
 
+struct SelectOptions {
+    Bytes aid;
+    bool bNext = false;
+};
+
+enum class PurseAction { balance, load, buy, log };
+
+struct PurseOptions {
+    PurseAction action = PurseAction::balance;
+    Bytes aid;
+    bool bDeposit = false;
+    uint32_t nAmount = 0; // cents
+    uint8_t ucKeyIndex = 1;
+    Bytes key;      // that loads, 16 bytes
+    Bytes tacKey;   // 16 bytes; empty: the TAC is not checked
+    Bytes pin;      // as the card takes it; empty: none is verified
+    Bytes terminal; // number, 6 bytes
+    int nPsamSlot = 16;
+    Bytes psamAid; // empty: nothing is selected there
+};
+
 struct Options {
     Command command = Command::atr;
     std::vector<Bytes> apdus;
@@ -69,6 +107,9 @@ struct Options {
     bool bTrace = false;
     bool bJson = false;
     StripeOptions stripe;
+    SelectOptions select;
+    PurseOptions purse;
+    std::vector<std::string> tlvTexts; // hexadecimal, in pieces; "-": from standard input
 
     Channel channel() const;
     // Of a serial port: the tty that the library will open.

@@ -1,6 +1,7 @@
 #include "report.h"
 
 #include "atr.h"
+#include "card_message.h"
 #include "json.h"
 #include "texts.h"
 
@@ -19,6 +20,7 @@ void addExchanges(cJSON *pRoot, const std::vector<Exchange> &exchanges)
         addText(pItem, "data", hexText(exchange.data()));
         addText(pItem, "sw", hexWord(exchange.status()));
         addText(pItem, "meaning", cardStatusText(exchange.status()));
+        addText(pItem, "text", cardMessage(exchange.status()));
         addNumber(pItem, "milliseconds", static_cast<double>(exchange.nMillis));
     }
 }
@@ -63,11 +65,7 @@ std::string exchangeText(const Exchange &exchange)
     std::string sText = hexText(exchange.command) + " -> ";
     if (exchange.response.size() > 2)
         sText += hexText(exchange.data()) + " ";
-    sText += hexWord(exchange.status());
-    std::string sMeaning = cardStatusText(exchange.status());
-    if (exchange.status() != 0x9000 && !sMeaning.empty())
-        sText += "  (" + sMeaning + ")";
-    return sText + "\n";
+    return sText + statusLine(exchange.status()) + "\n";
 }
 
 std::string jsonText(const Report &report)

@@ -107,11 +107,16 @@ int32_t Session::settled(int32_t nResult, size_t nLen) const
     return bWhole ? nResult : static_cast<int32_t>(RET_PUB_TIMEOUT);
 }
 
-std::optional<Failure> Session::powerUp(Bytes &atr)
+void Session::useSlot(int nSlot)
+{
+    COMM_Icc_CardReaderSetCardSlot(nSlot);
+}
+
+std::optional<Failure> Session::powerUp(int nSlot, Bytes &atr)
 {
     const seconds nTimeOut(m_options.nTimeOut);
-    const std::string sWhere = slotText(m_options.nSlot);
-    const std::string sWhat = "a card " + std::string(m_options.nSlot == 255 ? "on " : "in ") + sWhere;
+    const std::string sWhere = slotText(nSlot);
+    const std::string sWhat = "a card " + std::string(nSlot == 255 ? "on " : "in ") + sWhere;
     const Clock::time_point end = Clock::now() + nTimeOut;
     for (;;) {
         if (std::optional<Failure> cancel = cancelled())
@@ -122,18 +127,18 @@ std::optional<Failure> Session::powerUp(Bytes &atr)
         std::array<uint8_t, nResponseRoom> buf{};
         uint32_t nLen = 0;
         setReadTimeOut(nRead);
-        m_bMayBePowered = true;
+        if (m_mayBePowered.empty() || m_mayBePowered.back() != nSlot)
+            m_mayBePowered.push_back(nSlot);
         const Clock::time_point begin = Clock::now();
         int32_t nResult = 0;
         {
             Watch::Wait wait(m_watch, sWhat, end, readLimit(nRead, 1));
-            nResult =
-                COMM_Icc_CardReaderPowerOn(m_options.nSlot, buf.data(), &nLen, static_cast<uint32_t>(nWait.count()));
+            nResult = COMM_Icc_CardReaderPowerOn(nSlot, buf.data(), &nLen, static_cast<uint32_t>(nWait.count()));
         }
         nResult = settled(nResult, nLen);
         if (nResult == 0 && nLen > 0) {
             atr.assign(buf.begin(), buf.begin() + nLen);
-            COMM_Icc_CardReaderSetCardSlot(m_options.nSlot);
+            useSlot(nSlot);
             return std::nullopt;
         }
         if (isNoCard(nResult) && end - Clock::now() >= nShortestPowerOn) {
@@ -144,12 +149,12 @@ std::optional<Failure> Session::powerUp(Bytes &atr)
         if (nResult == 0)
             return Failure{Exit::readerError, "power-up in " + sWhere + ": the reader gave no answer to reset", 0};
         if ((nResult == RET_PUB_TIMEOUT && m_watch.signal() == 0) || isNoCard(nResult))
-            m_bMayBePowered = false;
+            m_mayBePowered.pop_back();
         return failed("power-up in " + sWhere, nResult);
     }
 }
 
-std::optional<Failure> Session::exchange(const Bytes &command, Exchange &out)
+std::optional<Failure> Session::ask(const std::string &sWhat, size_t nCommand, const AskCall &call, Exchange &out)
 {
     if (std::optional<Failure> cancel = cancelled())
         return cancel;
@@ -160,34 +165,60 @@ std::optional<Failure> Session::exchange(const Bytes &command, Exchange &out)
     const Clock::time_point begin = Clock::now();
     int32_t nResult = 0;
     {
-        Watch::Wait wait(m_watch, "the answer to " + hexText(command), begin + nTimeOut, readLimit(nTimeOut, 2));
-        nResult = ICC_CardCmdVisitCOS(command.data(), static_cast<uint32_t>(command.size()), buf.data(), &nLen);
+        Watch::Wait wait(m_watch, "the answer to " + sWhat, begin + nTimeOut, readLimit(nTimeOut, 2));
+        nResult = call(buf.data(), &nLen);
     }
     out.nMillis = since(begin).count();
-    out.command = command;
     nResult = settled(nResult, nLen);
-    if (nResult == RET_PUB_SEND_FAIL && m_options.channel() == Channel::usb && command.size() > nMostUsbApdu)
+    if (nResult == RET_PUB_SEND_FAIL && m_options.channel() == Channel::usb && nCommand > nMostUsbApdu)
         return Failure{Exit::noAnswer,
-                       "command " + hexText(command) + ": " + resultText(nResult) + "; over USB it has at most " +
+                       "command " + sWhat + ": " + resultText(nResult) + "; over USB it has at most " +
                            std::to_string(nMostUsbApdu) + " bytes",
                        nResult};
     if (nResult != 0)
-        return failed("command " + hexText(command), nResult);
+        return failed("command " + sWhat, nResult);
     if (nLen < 2)
-        return Failure{Exit::readerError, "command " + hexText(command) + ": the answer has no status word", nResult};
+        return Failure{Exit::readerError, "command " + sWhat + ": the answer has no status word", nResult};
     out.response.assign(buf.begin(), buf.begin() + nLen);
     return std::nullopt;
 }
 
+std::optional<Failure> Session::exchange(const Bytes &command, Exchange &out)
+{
+    out.command = command;
+    const auto call = [&](uint8_t *pResponse, uint32_t *pnLength) {
+        return ICC_CardCmdVisitCOS(command.data(), static_cast<uint32_t>(command.size()), pResponse, pnLength);
+    };
+    return ask(hexText(command), command.size(), call, out);
+}
+
+std::optional<Failure> Session::exchange(const std::string &sName, const CardCall &card, Exchange &out)
+{
+    constexpr uint32_t nHighestStatus = 0xFFFF;
+    constexpr size_t nShort = 0; // the library's own commands fit every way to the reader
+    out.sName = sName;
+    const auto call = [&](uint8_t *pResponse, uint32_t *pnLength) {
+        const uint32_t nStatus = card(pResponse, pnLength);
+        if (nStatus > nHighestStatus)
+            return static_cast<int32_t>(nStatus);
+        if (nStatus != 0 && *pnLength < 2) {
+            pResponse[0] = static_cast<uint8_t>(nStatus >> 8);
+            pResponse[1] = static_cast<uint8_t>(nStatus);
+            *pnLength = 2;
+        }
+        return 0;
+    };
+    return ask(sName, nShort, call, out);
+}
+
 void Session::powerDown()
 {
-    if (!m_bMayBePowered)
-        return;
-    m_bMayBePowered = false;
-    ClearReceiveBuffer();
-    setReadTimeOut(nTidyTime);
-    Watch::Wait wait(m_watch, "", Clock::now(), readLimit(nTidyTime, 1), false);
-    COMM_Icc_CardReaderPowerOff(m_options.nSlot);
+    for (; !m_mayBePowered.empty(); m_mayBePowered.pop_back()) {
+        ClearReceiveBuffer();
+        setReadTimeOut(nTidyTime);
+        Watch::Wait wait(m_watch, "", Clock::now(), readLimit(nTidyTime, 1), false);
+        COMM_Icc_CardReaderPowerOff(m_mayBePowered.back());
+    }
 }
 
 void Session::close()

@@ -3,13 +3,13 @@
 #include "stripe_results.h"
 
 #include "channel.h"
+#include "charset.h"
 #include "hex.h"
 
 #include <qvreader/msr.h>
 
 #include <array>
 #include <cstring>
-#include <iconv.h>
 
 namespace qvtool {
 
@@ -174,17 +174,7 @@ std::string tyMessage(int32_t nCode)
     std::array<char, 128> szGbk{};
     if (TY_MsgGetErrMessage(nCode, szGbk.data()) != 0)
         return {};
-    const iconv_t pState = iconv_open("UTF-8", "GBK");
-    if (pState == reinterpret_cast<iconv_t>(-1)) // this system has no tables for it
-        return {};
-    std::array<char, 2 * szGbk.size()> szText{};
-    char *pFrom = szGbk.data();
-    char *pTo = szText.data();
-    size_t nFrom = strnlen(szGbk.data(), szGbk.size());
-    size_t nTo = szText.size() - 1;
-    const bool bGood = iconv(pState, &pFrom, &nFrom, &pTo, &nTo) != static_cast<size_t>(-1);
-    iconv_close(pState);
-    return bGood ? szText.data() : std::string();
+    return utf8OfGbk(szGbk.data()).value_or("");
 }
 
 } // namespace qvtool

@@ -61,8 +61,8 @@ struct CardRow {
     const char *pszText;
 };
 
-// ISO/IEC 7816-4; the first row that fits counts.
-constexpr std::array<CardRow, 51> cardTable{{
+// ISO/IEC 7816-4 and JR/T 0025.1; the first row that fits counts.
+constexpr std::array<CardRow, 59> cardTable{{
     {0x9000, 0xFFFF, "success"},
     {0x6100, 0xFF00, "more data waits"},
     {0x6200, 0xFFFF, "warning, nothing was changed"},
@@ -96,6 +96,7 @@ constexpr std::array<CardRow, 51> cardTable{{
     {0x6986, 0xFFFF, "no current file"},
     {0x6987, 0xFFFF, "secure messaging data missing"},
     {0x6988, 0xFFFF, "secure messaging data wrong"},
+    {0x6901, 0xFFFF, "command not accepted in this state"},
     {0x6900, 0xFF00, "command not allowed"},
     {0x6A80, 0xFFFF, "wrong data"},
     {0x6A81, 0xFFFF, "function not supported"},
@@ -114,6 +115,13 @@ constexpr std::array<CardRow, 51> cardTable{{
     {0x6D00, 0xFF00, "instruction not known to the card"},
     {0x6E00, 0xFF00, "class not known to the card"},
     {0x6F00, 0xFF00, "error without a diagnosis"},
+    {0x9301, 0xFFFF, "not enough money"},
+    {0x9302, 0xFFFF, "wrong MAC"},
+    {0x9303, 0xFFFF, "the application is locked for good"},
+    {0x9401, 0xFFFF, "not enough money"},
+    {0x9402, 0xFFFF, "the transaction counter is at its end"},
+    {0x9403, 0xFFFF, "no key of this index"},
+    {0x9406, 0xFFFF, "the MAC asked for is not there"},
 }};
 
 constexpr int32_t nHighestStatus = 0xFFFF;

@@ -20,6 +20,7 @@ TOOL = os.environ["QV_TOOL"]
 SIM = os.environ["QV_SIM"]
 CARDS = os.environ["QV_CARDS"]
 NOBODY = 65534
+DONE = "9000  (success)  \"ErrCode: 9000: \u6210\u529f\u6267\u884c\""  # of a card, as the tool shows it
 PATIENCE = 20  # seconds, for everything that happens at once on an idle machine
 
 

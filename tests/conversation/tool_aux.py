@@ -11,7 +11,7 @@ from bench import card
 
 FAMILIES = ("star", "gw", "gg", "wyse")
 ATR = "ATR 3B 68 00 00 51 56 53 49 4D 2D 44 43\n"
-CHALLENGE = "0084000008 -> 3A915CE7084DB2F6 9000\n"
+CHALLENGE = "0084000008 -> 3A915CE7084DB2F6 " + bench.DONE + "\n"
 
 
 class ToolAux(bench.ToolTest):

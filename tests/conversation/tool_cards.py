@@ -68,33 +68,36 @@ class Commands(bench.ToolTest):
         lines = self.apdu(sim, "00 A4 04 00 0E 315041592E5359532E4444463031", "00:b2:01:0c:00", "00 84 00 00 08")
         self.assertEqual(lines, [
             "00A404000E315041592E5359532E4444463031 -> "
-            "6F1E840E315041592E5359532E4444463031A50C8801015F2D027A689F110101 9000",
-            "00B2010C00 -> 701961174F08A00000033301010150085156204445424954870101 9000",
-            "0084000008 -> 3A915CE7084DB2F6 9000",
+            "6F1E840E315041592E5359532E4444463031A50C8801015F2D027A689F110101 " + bench.DONE,
+            "00B2010C00 -> 701961174F08A00000033301010150085156204445424954870101 " + bench.DONE,
+            "0084000008 -> 3A915CE7084DB2F6 " + bench.DONE,
         ])
 
     def test_follow_ups_bring_the_data(self):
         sim = self.simulator("--card", "0=" + card("follow-up"))
         self.assertEqual(self.apdu(sim, "00A40400023F00"), [
-            "00A40400023F00 -> 4142434445464748494A4B4C4D4E4F505152535455565758595A 9000"])
-        self.assertEqual(self.apdu(sim, "00A408000000"), ["00A408000000 -> 4445414354495641544544 9000"])
-        self.assertEqual(self.apdu(sim, "00B2010C00"), ["00B2010C00 -> 000102030405060708090A0B0C0D0E0F 9000"])
+            "00A40400023F00 -> 4142434445464748494A4B4C4D4E4F505152535455565758595A " + bench.DONE])
+        self.assertEqual(self.apdu(sim, "00A408000000"), ["00A408000000 -> 4445414354495641544544 " + bench.DONE])
+        self.assertEqual(self.apdu(sim, "00B2010C00"), ["00B2010C00 -> 000102030405060708090A0B0C0D0E0F " + bench.DONE])
 
     def test_a_second_61_is_handed_on_and_counts_as_success(self):
         sim = self.simulator("--card", "0=" + card("follow-up"))
-        self.assertEqual(self.apdu(sim, "00A40000023F00"), ["00A40000023F00 -> 6105  (more data waits)"])
+        self.assertEqual(self.apdu(sim, "00A40000023F00"), [
+            "00A40000023F00 -> 6105  (more data waits)  \"ErrCode: 6105: \u6210\u529f\u6267\u884c\""])
 
     def test_the_purse_keeps_its_order_within_one_run(self):
         sim = self.simulator("--card", "0=" + card("purse"))
         lines = self.apdu(sim, "00A4040009515650555253452E31", "805001020B" + "00" * 11, "805401000F" + "00" * 15,
                           "805C000204")
-        self.assertEqual([line.split()[-1] for line in lines], ["9000"] * 4)
-        self.assertEqual(lines[3], "805C000204 -> 00000FA0 9000")
+        self.assertEqual([line.endswith(" " + bench.DONE) for line in lines], [True] * 4)
+        self.assertEqual(lines[3], "805C000204 -> 00000FA0 " + bench.DONE)
 
     def test_the_last_status_word_decides_the_exit_code(self):
         sim = self.simulator("--card", "0=" + card("debit-credit"))
         lines = self.apdu(sim, "00A4040005A000000999", code=1)
-        self.assertEqual(lines, ["00A4040005A000000999 -> 6A82  (file or application not found)"])
+        self.assertEqual(lines, [
+            "00A4040005A000000999 -> 6A82  (file or application not found)  "
+            "\"ErrCode: 6A82: \u8be5\u6587\u4ef6\u672a\u627e\u5230\""])
         self.apdu(sim, "00A4040005A000000999", "0084000008", code=0)
 
     def test_the_card_is_powered_down_at_the_end(self):

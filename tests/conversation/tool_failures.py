@@ -62,7 +62,8 @@ class CommandLine(bench.ToolTest):
             self.assertRegex(run.out, r"(?m)^ +%d  \S" % code)
 
     def test_help_of_each_command_shows_an_example_and_where_the_options_are(self):
-        commands = ("atr", "apdu", "present", "info", "detect", "led", "beep", "reset", "explain", "log", "doctor")
+        commands = ("atr", "apdu", "present", "info", "detect", "led", "beep", "reset", "stripe", "select",
+                    "purse", "tlv", "explain", "log", "doctor")
         for command in commands:
             with self.subTest(command=command):
                 run = self.run_tool(command, "--help")

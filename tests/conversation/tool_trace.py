@@ -42,7 +42,7 @@ class Trace(bench.ToolTest):
         self.assertEqual([row[2] for row in self.trace_of(run)], [
             "card frame, power on PSAM 1, waits 3000 ms",
             "card frame, status 0000 (done), body 12 bytes: 3B 68 00 00 51 56 53 49 4D 2D 45 50",
-            "card frame, APDU to PSAM 1: 00 84 00 00 04",
+            "card frame, APDU to PSAM 1: 00 84 00 00 04 (GET CHALLENGE)",
             "card frame, status 0000 (done), body 6 bytes: B7 2E 61 0F 90 00",
             "card frame, power off PSAM 1",
             "card frame, status 0000 (done), no body",

@@ -15,7 +15,7 @@ from bench import card
 
 CARD = "0=" + card("debit-credit")
 ATR = "ATR 3B 68 00 00 51 56 53 49 4D 2D 44 43\n"
-CHALLENGE = "0084000008 -> 3A915CE7084DB2F6 9000\n"
+CHALLENGE = "0084000008 -> 3A915CE7084DB2F6 " + bench.DONE + "\n"
 IDENTITIES = ("0403:BCD5", "0403:BCD7", "0403:BC95", "2B46:BE11", "2B46:BE21", "2B46:BE01")
 COMMANDS = (("atr",), ("apdu", "0084000008"), ("present",), ("info",), ("detect",), ("led", "1"), ("beep", "1", "2"))
 NO_FRAME = "the reply is no valid frame (line noise, wrong speed, or another device)"
