@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Runs bench_codecs and puts each codec beside its peer.
+"""Runs bench_codecs or bench_tlv and puts each task of ours beside the peer's.
 
 Prints the median time of both and their ratio (above 1: ours is slower), one row a task and size.
 Exits with 1 when a ratio exceeds the limit (not with --report-only), with 2 when nothing could be measured.
@@ -14,7 +14,6 @@ import sys
 import tempfile
 
 OURS = "qvreader"
-PEER = "openssl"
 OPTIMISED = ("Release", "RelWithDebInfo")
 
 
@@ -59,7 +58,7 @@ def medians(report):
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
-    parser.add_argument("program", help="the bench_codecs program")
+    parser.add_argument("program", help="bench_codecs or bench_tlv")
     parser.add_argument("--repetitions", type=int, default=5)
     parser.add_argument("--limit", type=float, default=1.25, help="greatest ratio that passes")
     parser.add_argument("--report-only", action="store_true", help="never fail on a ratio")
@@ -75,17 +74,19 @@ def main():
     if build not in OPTIMISED:
         print(f"compare.py: the library's build type is '{build}', not an optimised one", file=sys.stderr)
         return 2
-    if not rows or any(set(sides) != {OURS, PEER} for sides in rows.values()):
+    if not rows or any(len(sides) != 2 or OURS not in sides for sides in rows.values()):
         print("compare.py: the report does not hold both sides of every row", file=sys.stderr)
         return 2
 
     slow = 0
-    print(f"{'task':<14} {'bytes':>6} {OURS + ' ns':>12} {PEER + ' ns':>12} {'ratio':>7}")
+    width = max(len(task) for task, _ in rows)
+    print(f"{'task':<{width}} {'bytes':>6} {OURS + ' ns':>12} {'peer ns':>12} {'ratio':>7}  peer")
     for (task, size), sides in sorted(rows.items()):
-        ratio = sides[OURS] / sides[PEER]
+        peer = next(who for who in sides if who != OURS)
+        ratio = sides[OURS] / sides[peer]
         slow += ratio > arguments.limit
         mark = "  above the limit" if ratio > arguments.limit else ""
-        print(f"{task:<14} {size:>6} {sides[OURS]:>12.1f} {sides[PEER]:>12.1f} {ratio:>7.2f}{mark}")
+        print(f"{task:<{width}} {size:>6} {sides[OURS]:>12.1f} {sides[peer]:>12.1f} {ratio:>7.2f}  {peer}{mark}")
     return 1 if slow and not arguments.report_only else 0
 
 

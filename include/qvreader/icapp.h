@@ -433,8 +433,8 @@ QV_API int32_t QV_APP_genARQC(const char *port, const char *parameter, int32_t b
 QV_API int32_t QV_APP_GenerateARQC(const char *port, const char *parameter, int32_t baud, const char *unused,
                                    const char *txData, uint32_t *arqcLen, char *arqc) QV_NOEXCEPT;
 
-/* Completes the transaction with the issuer's answer. unused, txData: ignored. arpc: hexadecimal text, at most 4096
- * characters (more: -2); null or empty: the issuer did not answer. completion: out, up to 16,384 hexadecimal
+/* Completes the transaction with the issuer's answer. unused, txData: ignored. arpc: hexadecimal text, at most 2048
+ * bytes (more: -2); null or empty: the issuer did not answer. completion: out, up to 16,384 hexadecimal
  * characters and a NUL; completionLen: out, characters. scriptResult: out, at least 807 characters: "DF3105", the
  * script result in hexadecimal, a NUL. The reader is closed, the card not powered down.
  * The result of reading the script result after a completion, else that of the completion; -1 the kernel has no
@@ -452,8 +452,8 @@ QV_API int32_t QV_APP_GetTranDetail(const char *port, const char *parameter, int
                                     int32_t detailKind, uint32_t *outLen, char *out) QV_NOEXCEPT;
 
 /* Says that the host has registered a list of tags, which ends with the character end. Sets the TLV-tag flag; the tags
- * themselves go to the kernel by its own means. Converted: 0 when a separator stands behind the last tag, else -2; -2
- * also for null and for a list without its end (the flag stays then). */
+ * themselves go to the kernel by its own means. Converted: -2, although it worked, since no separator stands behind the
+ * last tag (0 when end is the separator too); -2 also for null and for a list without its end (the flag stays). */
 QV_API int32_t QV_APP_SaveTlvTag(const char *tagList, char separator, char end) QV_NOEXCEPT;
 
 /* QV_APP_getIcInfo with arguments that are ignored between. */

@@ -29,6 +29,8 @@ namespace qv {
 
 int32_t openDevice(const char *pszPort, const char *pszParameter, int32_t nBaud) noexcept
 {
+    if (pszParameter == nullptr)
+        pszParameter = ""; // an operation of a host or kernel may not expect a null pointer
     if (isEmpty())
         return Dev_Rdz_Ic_OpenPort(pszPort, reinterpret_cast<const uint8_t *>(pszParameter), nReaderType, 0, nBaud);
     const auto pOpen = operation<int32_t(const char *, const char *, uint32_t, uint32_t, int32_t)>(kSlotOpen);

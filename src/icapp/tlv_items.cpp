@@ -58,7 +58,7 @@ TlvValue valueBehind(const uint8_t *pLength, int32_t nField) noexcept
 }
 
 // Parses one item of at most nAvail bytes. Its size in bytes; -1: cut off, or a length form that is not known.
-int64_t parse(TlvItem &item, const uint8_t *pTlv, int64_t nAvail) noexcept
+inline int64_t parse(TlvItem &item, const uint8_t *pTlv, int64_t nAvail) noexcept
 {
     if (nAvail < 1)
         return -1;
@@ -101,10 +101,15 @@ template <typename Visit> int32_t walk(const uint8_t *pBuf, int64_t nLeft, Visit
     return 1;
 }
 
+// Byte by byte: tags have one or two, and a call of a library function for each item would be the dearest part of a
+// search.
 bool isTag(const TlvItem &item, const char *pszTag) noexcept
 {
-    const size_t nTag = static_cast<size_t>(item.nTagLen);
-    return strnlen(pszTag, nTag + 1) == nTag && std::memcmp(pszTag, item.pTag, nTag) == 0;
+    const auto nTag = static_cast<size_t>(item.nTagLen);
+    for (size_t i = 0; i < nTag; ++i)
+        if (pszTag[i] == '\0' || static_cast<uint8_t>(pszTag[i]) != item.pTag[i])
+            return false;
+    return pszTag[nTag] == '\0';
 }
 
 int32_t copyValue(const TlvItem &item, uint8_t *pOut, uint32_t *pnOutLen) noexcept
@@ -121,8 +126,10 @@ bool find(const char *pszTag, const uint8_t *pBuf, int64_t nLen, TlvItem &found)
     if (pszTag == nullptr || pBuf == nullptr)
         return false;
     return walk(pBuf, nLen, [&](const TlvItem &item, int64_t, int64_t) {
+               if (!isTag(item, pszTag))
+                   return Step::GoOn;
                found = item;
-               return isTag(item, pszTag) ? Step::Stop : Step::GoOn;
+               return Step::Stop;
            }) == 0;
 }
 

@@ -43,21 +43,22 @@ std::span<const uint8_t> pack(Packed &packed, int32_t nKind) noexcept
     return {packed.data(), std::min(static_cast<size_t>(nLen), packed.size())};
 }
 
-// False: the transaction or the packing failed.
-bool makeArqc(const char *pszTxData, uint32_t *pnArqc, char *pszArqc) noexcept
+// 0; the transaction's failure; -1 when packing failed.
+int32_t makeArqc(const char *pszTxData, uint32_t *pnArqc, char *pszArqc) noexcept
 {
     qv::callKernel(QV_KERNEL_FN(SetTVR), nTvrBit);
     qv::callKernel(QV_KERNEL_FN(TY_SaveData), pszTxData);
-    if (qv::callKernel(QV_KERNEL_FN(Emv_QV_Trans), g_stProc) != 0)
-        return false;
+    const int32_t nRet = qv::callKernel(QV_KERNEL_FN(Emv_QV_Trans), g_stProc);
+    if (nRet != 0)
+        return nRet;
     Packed packed{};
     const std::span<const uint8_t> arqc = pack(packed, nPackArqc);
     if (arqc.empty())
-        return false;
+        return RET_PUB_FAIL;
     DPrintDataHexToFile("ARQC -", arqc.data(), static_cast<int32_t>(arqc.size()));
     *pnArqc = qv::writeHexText(arqc, pszArqc);
     QV_LOG(kLogAppIc, "ASc= %s", pszArqc);
-    return true;
+    return 0;
 }
 
 // The result of the step once the reader is open, or failed to open. After a failure that of the power-down counts.
@@ -69,7 +70,8 @@ int32_t arqcStep(int32_t nOpened, const char *pszTxData, uint32_t *pnArqc, char 
         QV_LOG(kLogAppIc, "the kernel has no transaction data");
         return RET_PUB_FAIL;
     }
-    return makeArqc(pszTxData, pnArqc, pszArqc) ? 0 : qv::powerDownDevice(RET_PUB_FAIL);
+    const int32_t nRet = makeArqc(pszTxData, pnArqc, pszArqc);
+    return nRet == 0 ? 0 : qv::powerDownDevice(nRet);
 }
 
 // The cryptogram is there already.

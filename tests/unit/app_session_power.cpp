@@ -43,7 +43,9 @@ TEST_F(SessionPower, OpeningPassesTheResultOn)
         EXPECT_EQ(QV_APP_OpenPort("COM9", "B", 19200), nResult);
         EXPECT_EQ(order(), Order{opened("COM9", "B", 19200)});
     }
+    s_bParameter = false;
     EXPECT_EQ(QV_APP_OpenPort("COM9", nullptr, -1), 7);
+    EXPECT_TRUE(s_bParameter); // an empty one
     EXPECT_EQ(order(), Order{opened("COM9", "", -1)});
     EXPECT_EQ(QV_APP_OpenPort(nullptr, "B", 9600), -2);
     EXPECT_EQ(order(), Order{});

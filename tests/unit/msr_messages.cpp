@@ -1,5 +1,6 @@
 // The result codes of the stripe side: the TY codes and their messages, and the standard codes.
 
+#include "gbk.h"
 #include "harness.h"
 
 #include "qvreader/msr.h"
@@ -7,9 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <iconv.h>
 #include <map>
-#include <stdexcept>
 #include <string>
 
 using namespace qvtest;
@@ -31,22 +30,6 @@ const std::map<int32_t, std::string> s_messages = {{0, "操作成功"},
                                                    {-9, "参数异常"},
                                                    {-100, "其他错误"}};
 constexpr const char *pszUnknown = "未知错误";
-
-std::string fromGbk(std::string sText)
-{
-    const iconv_t converter = iconv_open("UTF-8", "GBK");
-    if (converter == reinterpret_cast<iconv_t>(-1))
-        throw std::runtime_error("iconv does not know GBK");
-    std::string sOut(4 * sText.size() + 4, '\0');
-    char *pIn = sText.data(), *pOut = sOut.data();
-    size_t nIn = sText.size(), nOut = sOut.size();
-    const size_t nResult = iconv(converter, &pIn, &nIn, &pOut, &nOut);
-    iconv_close(converter);
-    if (nResult == static_cast<size_t>(-1))
-        return "not GBK: " + hex(sText.data(), sText.size());
-    sOut.resize(sOut.size() - nOut);
-    return sOut;
-}
 
 // What a call wrote into a buffer that held something else: the bytes up to the last one that changed.
 std::string written(int32_t (*get)(int32_t, char *), int32_t nCode, int32_t nExpected = 0)
