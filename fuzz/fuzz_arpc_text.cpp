@@ -62,7 +62,7 @@ Bytes pattern(size_t n)
 
 int32_t openReader(const char *psz, const char *pszParameter, uint32_t nType, uint32_t nReserved, int32_t nSpeed)
 {
-    QV_HOLDS(psz == pszPort && pszParameter == nullptr && nType == 1 && nReserved == 0 && nSpeed == nBaud);
+    QV_HOLDS(psz == pszPort && *pszParameter == '\0' && nType == 1 && nReserved == 0 && nSpeed == nBaud);
     s_kernel.sCalls += 'O';
     return s_kernel.nOpened;
 }

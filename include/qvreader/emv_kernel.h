@@ -3,10 +3,13 @@
  *
  * The kernel is a library of its own (or part of the host program). The driver library needs none of these functions to
  * load or to be linked: it looks each of them up whenever it is used - as bound by the loader, in the process's global
- * scope, in every loaded library - and answers -1 while it is absent.
+ * scope, in every loaded library - and a step that needs one which is absent fails with -1. Without TY_ConvertErr
+ * results stay as they are.
  *
- * All results are 0 for success unless a line says otherwise. The kernel also uses the objects stICOp, g_stProc, stICS
- * and pszEmvData of icapp.h; it defines none of them. It reaches the card only through the table that Emv_SetFunP gets.
+ * All results are 0 for success unless a line says otherwise. No function may throw. The kernel also uses the objects
+ * stICOp, g_stProc, stICS, pszEmvData, g_szEmvbuf and g_nIcAlgorithm of icapp.h, none of which it defines, and asks for
+ * options (QV_APP_GetPpseSelect, QV_APP_GetNoGac2Flag, tfunc_GetIcType and so on). It reaches the card only through the
+ * table that Emv_SetFunP gets.
  */
 #ifndef QVREADER_EMV_KERNEL_H
 #define QVREADER_EMV_KERNEL_H
@@ -24,7 +27,7 @@
 
 QV_BEGIN_DECLS
 
-/* ---- process record (g_stProc): where its fields stand, in bytes; they are not aligned ---------------------------- */
+/* ---- process record (g_stProc): where its fields stand, in bytes ---------------------------- */
 enum {
     EMV_PROC_KIND = 0,           /* 32 bits: call kind, below */
     EMV_PROC_PPSE = 4,           /* 32 bits: 1 select through PPSE (card data only) */
@@ -32,7 +35,7 @@ enum {
     EMV_PROC_DETAIL = 9,         /* 8 bits: 0; 0x0A transaction log, 0x0B load log */
     EMV_PROC_BUFFER = 16,        /* pointer: the kernel's data buffer */
     EMV_PROC_BUFFER_SIZE = 24,   /* 32 bits: its size, 8192 bytes */
-    EMV_PROC_MODE = 32,          /* 8 bits: the character "1" */
+    EMV_PROC_MODE = 32,          /* 8 bits: the character "1" for card data, lists and logs, else 0 */
     EMV_PROC_HAS_ONLINE = 60,    /* 32 bits: 1 the online result is there (completion) */
     EMV_PROC_ONLINE_RESULT = 64, /* 32 bits: 0 the issuer answered, -1 it did not */
     EMV_PROC_ISSUER_DATA = 68,   /* up to 2048 bytes: the issuer's answer, binary */
@@ -52,7 +55,7 @@ enum {
     EMV_KIND_GPO = 5
 };
 
-/* ---- functions ---------------------------------------------------------------------------------------------------- */
+/* ---- functions -------------------------------------------------------------------------------------------------- */
 
 /* Takes the device operation table (ten slots, see QV_APP_SetFuncP) and stores it in stICOp. zero: 0. */
 QV_KERNEL int32_t Emv_SetFunP(int32_t zero, void *const table[10]);
@@ -89,7 +92,7 @@ QV_KERNEL int32_t TY_SaveData(const char *txData);
 /* Sets a bit of the TVR (0x80: first byte, bit 8). */
 QV_KERNEL int32_t SetTVR(uint32_t v);
 
-/* 1: reading may stop once tag 5A is read. */
+/* 1: reading may stop once tag 5A is read. It is not taken back; the kernel forgets it after the reading. */
 QV_KERNEL int32_t SetRead5AFlag(int32_t v);
 
 /* Packs data for the issuer. out: out, 8192 bytes. kind: 2 ARQC, 1 completion. Bytes written; 0 or below: failed. */

@@ -38,7 +38,7 @@ QV_API int32_t quorvan_get_tag_type(const uint8_t *pTag, int32_t nTagLen, const 
                                     int32_t nTableLen) QV_NOEXCEPT;
 
 /* Takes out of a list of tags (one or two bytes each; in and out, nListLen bytes) every tag that pBuf holds. The new
- * length of the list in bytes; -1 null. */
+ * length of the list in bytes; -1 null, or a length below 0. */
 QV_API int32_t quorvan_findapptag(const uint8_t *pBuf, int32_t nBufLen, uint8_t *pList, int32_t nListLen) QV_NOEXCEPT;
 
 /* ---- BER-TLV: items of one level ------------------------------------------------------------------------------
@@ -116,18 +116,19 @@ QV_API int32_t TLV_IsDuplicates(const TlvItem *pItems, int32_t nCount, const cha
  * Fields of a letter ("A" to "J", "P" to "W"), three decimal digits with the length of the value in characters, and the
  * value. The text ends at its NUL. nTextLen is ignored. */
 
-/* Finds a field by its letter (nTagLen characters). Where it stands; null: absent or null. */
+/* Finds a field by its letter (nTagLen characters). Where it stands; null: absent, null or below 0. */
 QV_API char *quorvan_find_tag_app(const char *pTag, int32_t nTagLen, const char *pszText, int32_t nTextLen) QV_NOEXCEPT;
 
 /* The value of a field. pOut: out, at least 999 bytes, no NUL is written; pnOutLen: out, characters. 0; -1 absent, cut
- * off by the text's end, or null (outputs stay). */
+ * off by the text's end, null, or a letter count below 0 (outputs stay). */
 QV_API int32_t quorvan_get_tag_value_app(const char *pTag, int32_t nTagLen, const char *pszText, int32_t nTextLen,
                                          char *pOut, int32_t *pnOutLen) QV_NOEXCEPT;
 
 /* ---- card commands ----------------------------------------------------------------------------------------------
  *
  * PBOC debit and credit (EMV Book 3, ISO 7816-4) and the electronic deposit and purse (JR/T 0025.1 and .2, edition of
- * 2005), one function a command. A card is powered; the command goes through the command exchange of stICOp.
+ * 2005), one function a command. A card is powered; the command goes through the command exchange of stICOp, within the
+ * read time-out that is left: renew it before each command (COMM_Rdz_ChageReadTimeOut).
  *
  * resp: out, at least 1024 bytes, the card's whole answer with SW1 SW2. respLen: out, bytes. When either is null, and
  * when the exchange fails, nothing is copied. Lengths in bytes; a data field has at most 255.
@@ -216,8 +217,8 @@ QV_API uint32_t Cmd_Ic_EpEdRead(uint8_t sfi, uint8_t record, uint8_t le, uint8_t
 QV_API uint32_t Cmd_Ic_EpEdUpdateBinary(uint8_t sfi, uint8_t offset, const uint8_t *data, uint32_t len) QV_NOEXCEPT;
 
 /* What a card's status word means: "ErrCode: 6A82: ..." in GBK, NUL-terminated, in a buffer of the library that the
- * next call overwrites. The words 63Cx, 6Cxx and 61xx get the text of 9000; 63Cx with the tries that are left, 6Cxx
- * with the right length. The second: of the last card status word. */
+ * next call overwrites. The words 63Cx, 6Cxx and 61xx get the text of 9000; 63Cx ("0x63C2") with the tries that are
+ * left, 6Cxx with the right length. The second: of the last card status word. */
 QV_API const char *ICC_CardCmdShowErrMsg(uint32_t code) QV_NOEXCEPT;
 QV_API const char *ICC_CardCmdShowLastErrMsg(void) QV_NOEXCEPT;
 
@@ -226,9 +227,10 @@ QV_API const char *ICC_CardCmdShowLastErrMsg(void) QV_NOEXCEPT;
  * What a kernel offers stands in emv_kernel.h. */
 
 /* The device operation table. Only the kernel writes it; slots as in QV_APP_SetFuncP. Each call reads it anew. While
- * all slots are null, the calls below use the reader directly, whatever g_stCallBackFunc says. With a table, a null
- * slot 2, 3 or 6 means that opening, closing or powering down does nothing and succeeds; a null slot 8 that every
- * exchange fails. All null at load. */
+ * all slots are null, opening, closing, powering down and exchanging go straight to the reader, whatever
+ * g_stCallBackFunc says. With a table, a null slot 2 or 3 means that opening or closing does nothing and succeeds, a
+ * null slot 6 that powering down does nothing and the result so far stays, a null slot 8 that every exchange fails. All
+ * null at load. */
 extern QV_API void *stICOp[10];
 
 extern QV_API uint8_t g_stProc[3168];   /* the kernel's process record; fields: emv_kernel.h */
@@ -307,8 +309,8 @@ QV_API int32_t DevPowerOnSlot(int32_t slot, uint8_t *atr, uint32_t *atrLen) QV_N
 QV_API int32_t DevPowerOff(void) QV_NOEXCEPT;
 QV_API int32_t DevPowerOffSlot(int32_t slot) QV_NOEXCEPT;
 
-/* ICC_CardCmdVisitCOS: as this, whatever the flags say. resp: out, at least 1024 bytes; respLen: out, bytes. The second
- * makes the slot current first. */
+/* ICC_CardCmdVisitCOS: as this, whatever the flags say. resp: out, at least 1024 bytes; respLen: out, bytes (a host's
+ * own function finds the room there is in it). The second makes the slot current first. */
 QV_API int32_t DevSendCmd(const uint8_t *command, uint32_t len, uint8_t *resp, uint32_t *respLen) QV_NOEXCEPT;
 QV_API int32_t DevSendCmdSlot(int32_t slot, const uint8_t *command, uint32_t len, uint8_t *resp,
                               uint32_t *respLen) QV_NOEXCEPT;
@@ -318,13 +320,14 @@ QV_API int32_t QV_APP_SetDevPowerOnTimeout(uint32_t seconds) QV_NOEXCEPT;
 
 /* ---- session calls ------------------------------------------------------------------------------------------------
  *
- * Each opens the reader, does one thing and closes it again, through the table of stICOp. port: the reader's name as
- * for Dev_Rdz_Ic_OpenPort. parameter: the switch box's port ("A", "B", "C", "K"; may be null). baud: bits per second.
- * icFlag, cardType: a text whose first character counts.
- * "Converted": the result goes through the kernel's TY_ConvertErr, so that it is the kernel's standard code; without a
- * kernel it stays as it is. The codes below are those before the conversion.
- * -2 stands for a null port or another null pointer of the host, before anything is opened. All of them change what
- * Dev_Rdz_Ic_OpenPort changes. */
+ * Calls with a port open the reader, do one thing and close it again: _OpenPort, _ClosePort, _PowerOn, _PowerOff, LEDs,
+ * buzzer, device record and _DetectMulCard through the table of stICOp, _SendCommand, _SendCommandDirect, _DetectCard
+ * and _ChkDevPresent by themselves. They change what Dev_Rdz_Ic_OpenPort changes. Calls without a port open nothing.
+ * port: the reader's name as for Dev_Rdz_Ic_OpenPort. parameter: the switch box's port ("A", "B", "C", "K"; may be
+ * null). baud: bits per second. icFlag, cardType: a text whose first character counts.
+ * "Converted": the result, whatever it is, goes through the kernel's TY_ConvertErr, so that it is the kernel's standard
+ * code; without a kernel it stays as it is. The codes below are those before the conversion.
+ * -2 stands for a null port or another null pointer of the host, before anything is opened. */
 
 /* Opens / closes the reader; the arguments of the second are ignored. As Dev_Rdz_Ic_OpenPort and _ClosePort. */
 QV_API int32_t QV_APP_OpenPort(const char *port, const char *parameter, int32_t baud) QV_NOEXCEPT;
@@ -332,13 +335,15 @@ QV_API int32_t QV_APP_ClosePort(const char *port, const char *parameter, int32_t
 
 /* Powers up a card. icFlag: the card type of Dev_Rdz_IccPowerOn. atrText: out, at least 1025 characters: the ATR in
  * hexadecimal with a NUL; atrLen: out, its characters; either may be null, which leaves the ATR out. Converted. -2; the
- * codes of opening and of Dev_Rdz_IccPowerOn. Changes the current slot and the read time-out. */
+ * codes of opening and of Dev_Rdz_IccPowerOn; 0 without an ATR while g_stCallBackFunc.nPowerUp is 0. Set the power-up
+ * time first (QV_APP_SetPowerOnTimeout): with 0, as at load, a read may wait 1000 seconds. Changes the current slot and
+ * the read time-out. */
 QV_API int32_t QV_APP_PowerOn(const char *port, const char *parameter, int32_t baud, const char *icFlag,
                               uint32_t *atrLen, char *atrText) QV_NOEXCEPT;
 
-/* Powers down a card. icFlag: "1" contact slot 0; "2" contactless; "3" contact slot 0 and, if the reader's status after
- * that is not 0, contactless; other: the current slot. Converted. -2; minus the reader's status word; the codes of
- * opening and of COMM_Icc_CardReaderPowerOff. Changes the current slot. */
+/* Powers down a card. icFlag: "1" contact slot 0; "2" contactless; "3" contact slot 0, then, if that failed, slot 0
+ * again, or if the reader's status after it is not 0, contactless; other: the current slot. Converted. -2; minus the
+ * reader's status word; the codes of opening and of COMM_Icc_CardReaderPowerOff. Changes the current slot. */
 QV_API int32_t QV_APP_PowerOff(const char *port, const char *parameter, int32_t baud, const char *icFlag) QV_NOEXCEPT;
 
 /* Dev_Rdz_Ic_SendCommand, _SendCommandOnly, _SendCommandDirect and _SendCommandOnlyDirect with the same arguments; all
@@ -393,10 +398,11 @@ QV_API int32_t QV_APP_SetTranseData(void *data) QV_NOEXCEPT;
 /* ---- card data and transactions -----------------------------------------------------------------------------------
  *
  * One step of a PBOC debit-credit conversation (EMV Books 3 and 4) each; the kernel keeps what lies between. Arguments
- * and conversion as above; without a kernel each fails with -1, the reader closed. A step that fails powers the card
- * down; begin again with the selection then. Outputs are written on success only: clear them first. outLen: out,
- * characters. Each changes g_stProc and the card-interface character; those that begin a selection clear g_stProc and
- * g_szEmvbuf. */
+ * and conversion as above; all of them open and close through stICOp. A kernel function that is missing is a failure,
+ * -1. When the kernel fails to run a step the card is powered down (exceptions stand with the calls); begin again with
+ * the selection then. Outputs are written as far as a step comes: clear them first. outLen: out, characters. The calls
+ * with an icFlag change the card-interface character and g_stProc; those that begin a selection clear g_stProc and
+ * g_szEmvbuf. A function of a kernel or a host must not throw. */
 
 /* Reads card data. tagList: the wanted fields, a letter each; empty: -2. out: out, lettered text, as long as the
  * kernel writes it (a field has at most 1003 characters). */
@@ -418,27 +424,29 @@ QV_API int32_t QV_APP_SelectAidNoGpo(const char *port, const char *parameter, in
 QV_API int32_t QV_APP_SelectGpo(const char *port, const char *parameter, int32_t baud, const char *icFlag) QV_NOEXCEPT;
 
 /* Reads the selected application's records. tagList, out: as QV_APP_getIcInfo; an empty list is handed on. When
- * reading failed while the info power-off flag is 0, the result is that of saving what was read. */
+ * reading failed while the info power-off flag is 0, the card stays powered and the result is that of saving what was
+ * read. */
 QV_API int32_t QV_APP_ReadRecord(const char *port, const char *parameter, int32_t baud, const char *icFlag,
                                  const char *tagList, uint32_t *outLen, char *out) QV_NOEXCEPT;
 
 /* Makes the ARQC. unused: ignored. txData: amount, date and so on, as the kernel takes them. arqc: out, up to 16,384
  * hexadecimal characters and a NUL; arqcLen: out, characters.
  * -1 the kernel has no transaction data (pszEmvData is null). When opening, the transaction or the packing failed, the
- * card is powered down and the result is the power-down's: it may be 0, so clear arqcLen first and look at it.
- * While the ARQC-executed flag is 1 only txData are stored and nothing is opened: 0, -2 without transaction data; not
- * converted. */
+ * card is powered down and the result is the power-down's: it may be 0, so clear arqcLen first and look at it. (Where
+ * the table has no power-down, the failure stays.)
+ * While the ARQC-executed flag is 1 only txData are stored and nothing is opened: 0, -2 without transaction data, -1
+ * without a kernel; not converted. */
 QV_API int32_t QV_APP_genARQC(const char *port, const char *parameter, int32_t baud, const char *unused,
                               const char *txData, uint32_t *arqcLen, char *arqc) QV_NOEXCEPT;
 QV_API int32_t QV_APP_GenerateARQC(const char *port, const char *parameter, int32_t baud, const char *unused,
                                    const char *txData, uint32_t *arqcLen, char *arqc) QV_NOEXCEPT;
 
 /* Completes the transaction with the issuer's answer. unused, txData: ignored. arpc: hexadecimal text, at most 2048
- * bytes (more: -2); null or empty: the issuer did not answer. completion: out, up to 16,384 hexadecimal
- * characters and a NUL; completionLen: out, characters. scriptResult: out, at least 807 characters: "DF3105", the
- * script result in hexadecimal, a NUL. The reader is closed, the card not powered down.
+ * bytes (more: -2), an odd last character is dropped; null or empty: the issuer did not answer. completion: out, up to
+ * 16,384 hexadecimal characters and a NUL; completionLen: out, characters. scriptResult: out, at least 807 characters:
+ * "DF3105", the script result in hexadecimal, a NUL. The reader is closed, the card not powered down.
  * The result of reading the script result after a completion, else that of the completion; -1 the kernel has no
- * transaction data. */
+ * transaction data. Changes g_stProc. */
 QV_API int32_t QV_APP_CtlScriptData(const char *port, const char *parameter, int32_t baud, const char *unused,
                                     const char *txData, const char *arpc, uint32_t *completionLen, char *completion,
                                     char *scriptResult) QV_NOEXCEPT;
@@ -446,8 +454,8 @@ QV_API int32_t QV_APP_CloseTransAction(const char *port, const char *parameter, 
                                        const char *txData, const char *arpc, uint32_t *completionLen, char *completion,
                                        char *scriptResult) QV_NOEXCEPT;
 
-/* Reads a log of the card. detailKind: 1 transactions, 2 loads. outLen, out: handed to the kernel. The card is powered
- * down and the reader closed in every case. */
+/* Reads a log of the card. detailKind: 1 transactions, 2 loads; others are handed on. outLen, out: handed to the
+ * kernel. The card is powered down and the reader closed in every case. */
 QV_API int32_t QV_APP_GetTranDetail(const char *port, const char *parameter, int32_t baud, const char *icFlag,
                                     int32_t detailKind, uint32_t *outLen, char *out) QV_NOEXCEPT;
 

@@ -30,6 +30,7 @@ using qv::stepResult;
 namespace {
 
 constexpr size_t nAidListSize = 1024;
+constexpr int32_t nNoKernel = RET_PUB_FAIL;
 constexpr uint8_t ucTransactionLog = 0x0A, ucLoadLog = 0x0B;
 
 int32_t start(int32_t nKind) noexcept
@@ -37,13 +38,26 @@ int32_t start(int32_t nKind) noexcept
     return qv::callKernel(QV_KERNEL_FN(Emv_QV_Start), g_stProc, nKind);
 }
 
+// Makes these the candidate applications. False: no kernel takes them.
+bool useAidList(const char *pszList) noexcept
+{
+    return qv::tellKernel(QV_KERNEL_FN(TY_DealAidList), pszList, static_cast<int32_t>(std::strlen(pszList)));
+}
+
 // The applications that the kernel has stored become the candidates.
-void useStoredAidList() noexcept
+bool useStoredAidList() noexcept
 {
     std::array<char, nAidListSize> szList{};
-    qv::callKernel(QV_KERNEL_FN(PackAidList), szList.data());
+    if (!qv::tellKernel(QV_KERNEL_FN(PackAidList), szList.data()))
+        return false;
     szList.back() = '\0';
-    qv::callKernel(QV_KERNEL_FN(TY_DealAidList), szList.data(), static_cast<int32_t>(std::strlen(szList.data())));
+    return useAidList(szList.data());
+}
+
+// Reading may stop at the card number when that is all that is wanted, and the host wants it so.
+bool allowShortRead(const char *pszTags) noexcept
+{
+    return std::strcmp(pszTags, "A") != 0 || !qv::isFastRead() || qv::tellKernel(QV_KERNEL_FN(SetRead5AFlag), 1);
 }
 
 void useIcType(char cCardType) noexcept
@@ -56,6 +70,16 @@ void endStep(int32_t nStarted) noexcept
 {
     if (nStarted != 0 || qv::isInfoPowerOff())
         qv::powerDownDevice(0);
+}
+
+// The first lines of a call. False: the host did not say which card.
+bool isBegun(const char *pszCall, const char *pszIcFlag) noexcept
+{
+    QV_LOG(kLogAppIc, "[%s] Start ", pszCall);
+    if (isMissing(pszCall, {pszIcFlag}))
+        return false;
+    QV_LOG(kLogAppIc, "[icFlag = %c]", *pszIcFlag);
+    return true;
 }
 
 // Opens the reader; what then follows up to the close.
@@ -72,15 +96,13 @@ template <typename Work> int32_t withReader(const Address &address, Work work) n
 int32_t readCardData(char cCardType, const char *pszTags, uint32_t *pnOut, char *pszOut) noexcept
 {
     useIcType(cCardType);
-    useStoredAidList();
-    if (std::strcmp(pszTags, "A") == 0 && qv::isFastRead())
-        qv::callKernel(QV_KERNEL_FN(SetRead5AFlag), 1);
+    const bool bReady = useStoredAidList() && allowShortRead(pszTags);
     const bool bPpse = QV_APP_GetPpseSelect() == 1;
     qv::beginRecord(EMV_KIND_INFO, cCardType);
     qv::setField(EMV_PROC_MODE, qv::ucAllSteps);
     if (bPpse)
         qv::setField<int32_t>(EMV_PROC_PPSE, 1);
-    const int32_t nStarted = start(bPpse ? 1 : static_cast<uint8_t>(cCardType));
+    const int32_t nStarted = bReady ? start(bPpse ? 1 : static_cast<uint8_t>(cCardType)) : nNoKernel;
     int32_t nRet = nStarted;
     if (nStarted == 0)
         nRet = qv::callKernel(QV_KERNEL_FN(TY_SaveInfoTag), pszTags, pnOut, pszOut);
@@ -91,10 +113,10 @@ int32_t readCardData(char cCardType, const char *pszTags, uint32_t *pnOut, char 
 int32_t listApplications(char cCardType, uint32_t *pnOut, char *pszOut) noexcept
 {
     useIcType(cCardType);
-    qv::callKernel(QV_KERNEL_FN(TY_DealAidList), nullptr, 0);
+    const bool bReady = qv::tellKernel(QV_KERNEL_FN(TY_DealAidList), nullptr, 0);
     qv::beginRecord(EMV_KIND_AID_LIST, cCardType);
     qv::setField(EMV_PROC_MODE, qv::ucAllSteps);
-    const int32_t nStarted = start(1);
+    const int32_t nStarted = bReady ? start(1) : nNoKernel;
     int32_t nRet = nStarted;
     if (nStarted == 0)
         nRet = qv::callKernel(QV_KERNEL_FN(TY_SaveAidListInfo), pszOut, pnOut);
@@ -105,19 +127,17 @@ int32_t listApplications(char cCardType, uint32_t *pnOut, char *pszOut) noexcept
 int32_t selectApplication(const char *pszCall, int32_t nKind, const Address &address, const char *pszIcFlag,
                           const char *pszAid) noexcept
 {
-    QV_LOG(kLogAppIc, "[%s] Start ", pszCall);
-    if (isMissing(pszCall, {address.pszPort, pszIcFlag, pszAid}))
+    if (!isBegun(pszCall, pszIcFlag) || isMissing(pszCall, {address.pszPort, pszAid}))
         return stepResult(RET_PUB_INVAL_PARAM);
-    QV_LOG(kLogAppIc, "[icFlag = %c]", *pszIcFlag);
     if (*pszAid == '\0') {
         QV_LOG(kLogAppIc, "[%s] an empty AID", pszCall);
         return stepResult(RET_PUB_INVAL_PARAM);
     }
     return withReader(address, [&] {
         useIcType(*pszIcFlag);
-        qv::callKernel(QV_KERNEL_FN(TY_DealAidList), pszAid, static_cast<int32_t>(std::strlen(pszAid)));
+        const bool bReady = useAidList(pszAid);
         qv::beginRecord(nKind, *pszIcFlag);
-        const int32_t nRet = start(nKind);
+        const int32_t nRet = bReady ? start(nKind) : nNoKernel;
         QV_LOG(kLogAppIc, "[Emv_QV_Start  nRet = %d]", nRet);
         if (nRet != 0)
             qv::powerDownDevice(0);
@@ -144,14 +164,14 @@ int32_t readRecords(char cCardType, const char *pszTags, uint32_t *pnOut, char *
 int32_t readLog(char cCardType, int32_t nDetailKind, uint32_t *pnOut, char *pszOut) noexcept
 {
     useIcType(cCardType);
-    useStoredAidList();
+    const bool bReady = useStoredAidList();
     qv::beginRecord(EMV_KIND_INFO, cCardType);
     qv::setField(EMV_PROC_MODE, qv::ucAllSteps);
     if (nDetailKind == 1)
         qv::setField(EMV_PROC_DETAIL, ucTransactionLog);
     else if (nDetailKind == 2)
         qv::setField(EMV_PROC_DETAIL, ucLoadLog);
-    const int32_t nRet = start(0);
+    const int32_t nRet = bReady ? start(0) : nNoKernel;
     return nRet != 0 ? nRet : qv::callKernel(QV_KERNEL_FN(EMV_GetPbocDetail), nDetailKind, pszOut, pnOut, 1);
 }
 
@@ -183,11 +203,9 @@ int32_t walkTags(const char *pszList, const char (&szSeparator)[2], const char (
 int32_t QV_APP_getIcInfo(const char *port, const char *parameter, int32_t baud, const char *icFlag, const char *tagList,
                          uint32_t *outLen, char *out) noexcept
 {
-    QV_LOG(kLogAppIc, "[%s] Start ", __func__);
-    if (isMissing(__func__, {port, icFlag, tagList, outLen, out}))
+    if (!isBegun(__func__, icFlag) || isMissing(__func__, {port, outLen, out}))
         return stepResult(RET_PUB_INVAL_PARAM);
-    QV_LOG(kLogAppIc, "[icFlag = %c]", *icFlag);
-    if (*tagList == '\0') {
+    if (tagList == nullptr || *tagList == '\0') {
         QV_LOG(kLogAppIc, "[pszTaglist NULL ]");
         return stepResult(RET_PUB_INVAL_PARAM);
     }
@@ -203,10 +221,8 @@ int32_t QV_APP_GetIccInfo(const char *port, const char *parameter, int32_t baud,
 int32_t QV_APP_GetIcAidList(const char *port, const char *parameter, int32_t baud, const char *icFlag, uint32_t *outLen,
                             char *out) noexcept
 {
-    QV_LOG(kLogAppIc, "[%s] Start ", __func__);
-    if (isMissing(__func__, {port, icFlag, outLen, out}))
+    if (!isBegun(__func__, icFlag) || isMissing(__func__, {port, outLen, out}))
         return stepResult(RET_PUB_INVAL_PARAM);
-    QV_LOG(kLogAppIc, "[icFlag = %c]", *icFlag);
     return withReader({port, parameter, baud}, [&] { return listApplications(*icFlag, outLen, out); });
 }
 
@@ -224,10 +240,8 @@ int32_t QV_APP_SelectAidNoGpo(const char *port, const char *parameter, int32_t b
 
 int32_t QV_APP_SelectGpo(const char *port, const char *parameter, int32_t baud, const char *icFlag) noexcept
 {
-    QV_LOG(kLogAppIc, "[%s] Start ", __func__);
-    if (isMissing(__func__, {port, icFlag}))
+    if (!isBegun(__func__, icFlag) || isMissing(__func__, {port}))
         return stepResult(RET_PUB_INVAL_PARAM);
-    QV_LOG(kLogAppIc, "[icFlag = %c]", *icFlag);
     return withReader({port, parameter, baud}, [icFlag] {
         useIcType(*icFlag);
         qv::continueRecord(EMV_KIND_GPO);
@@ -241,10 +255,8 @@ int32_t QV_APP_SelectGpo(const char *port, const char *parameter, int32_t baud, 
 int32_t QV_APP_ReadRecord(const char *port, const char *parameter, int32_t baud, const char *icFlag,
                           const char *tagList, uint32_t *outLen, char *out) noexcept
 {
-    QV_LOG(kLogAppIc, "[%s] Start ", __func__);
-    if (isMissing(__func__, {port, icFlag, tagList, outLen, out}))
+    if (!isBegun(__func__, icFlag) || isMissing(__func__, {port, tagList, outLen, out}))
         return stepResult(RET_PUB_INVAL_PARAM);
-    QV_LOG(kLogAppIc, "[icFlag = %c]", *icFlag);
     QV_LOG(kLogAppIc, "pszTaglist = %s ", tagList);
     int32_t nRet = Address{port, parameter, baud}.open();
     QV_LOG(kLogAppIc, "OpenDevice nRet = %d ", nRet);
@@ -260,10 +272,8 @@ int32_t QV_APP_ReadRecord(const char *port, const char *parameter, int32_t baud,
 int32_t QV_APP_GetTranDetail(const char *port, const char *parameter, int32_t baud, const char *icFlag,
                              int32_t detailKind, uint32_t *outLen, char *out) noexcept
 {
-    QV_LOG(kLogAppIc, "[%s] Start ", __func__);
-    if (isMissing(__func__, {port, icFlag, outLen, out}))
+    if (!isBegun(__func__, icFlag) || isMissing(__func__, {port, outLen, out}))
         return stepResult(RET_PUB_INVAL_PARAM);
-    QV_LOG(kLogAppIc, "[icFlag = %c]", *icFlag);
     int32_t nRet = Address{port, parameter, baud}.open();
     if (nRet == 0)
         nRet = readLog(*icFlag, detailKind, outLen, out);

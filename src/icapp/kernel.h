@@ -55,6 +55,15 @@ int32_t callKernel(const char *pszName, int32_t (*pWeak)(Args...), std::type_ide
     return pFunction(args...);
 }
 
+// Calls a kernel function whose result does not count. False while no kernel offers it.
+template <typename... Args>
+bool tellKernel(const char *pszName, int32_t (*pWeak)(Args...), std::type_identity_t<Args>... args) noexcept
+{
+    const bool bOffered = findKernel(pszName, pWeak) != nullptr;
+    callKernel(pszName, pWeak, args...);
+    return bOffered;
+}
+
 // The kernel's standard code for a result; the result itself while there is no kernel.
 int32_t standardCode(int32_t nResult) noexcept;
 

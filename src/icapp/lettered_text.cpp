@@ -40,14 +40,14 @@ std::string_view findField(std::string_view sText, std::string_view sWanted) noe
 
 std::string_view wanted(const char *pTag, int32_t nTagLen) noexcept
 {
-    return nTagLen <= 0 ? std::string_view{} : std::string_view(pTag, static_cast<size_t>(nTagLen));
+    return std::string_view(pTag, static_cast<size_t>(nTagLen));
 }
 
 } // namespace
 
 char *quorvan_find_tag_app(const char *pTag, int32_t nTagLen, const char *pszText, int32_t) noexcept
 {
-    if (pTag == nullptr || pszText == nullptr)
+    if (pTag == nullptr || pszText == nullptr || nTagLen < 0)
         return nullptr;
     const std::string_view sFound = findField(pszText, wanted(pTag, nTagLen));
     return sFound.empty() ? nullptr : const_cast<char *>(sFound.data());
@@ -56,7 +56,7 @@ char *quorvan_find_tag_app(const char *pTag, int32_t nTagLen, const char *pszTex
 int32_t quorvan_get_tag_value_app(const char *pTag, int32_t nTagLen, const char *pszText, int32_t, char *pOut,
                                   int32_t *pnOutLen) noexcept
 {
-    if (pTag == nullptr || pszText == nullptr || pOut == nullptr || pnOutLen == nullptr)
+    if (pTag == nullptr || pszText == nullptr || pOut == nullptr || pnOutLen == nullptr || nTagLen < 0)
         return RET_PUB_FAIL;
     const std::string_view sTag = wanted(pTag, nTagLen);
     std::string_view sField = findField(pszText, sTag);

@@ -14,7 +14,7 @@ namespace qv {
 
 inline constexpr uint8_t ucAllSteps = '1'; // EMV_PROC_MODE where card data are read
 
-// Fields are not aligned to their width.
+// The record is the kernel's bytes; no structure is laid over it.
 template <typename T> void setField(size_t nOffset, T value) noexcept
 {
     std::memcpy(g_stProc + nOffset, &value, sizeof value);

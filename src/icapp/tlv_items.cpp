@@ -246,13 +246,15 @@ int32_t Tlv_Unpack_Data(TlvItem **ppItems, const uint8_t *pBuf, int32_t nBufLen,
     auto *pItems = static_cast<TlvItem *>(std::malloc(static_cast<size_t>(nCount) * sizeof(TlvItem)));
     if (pItems == nullptr)
         return RET_PUB_FAIL;
-    TlvItem *pNext = pItems;
+    int32_t nStored = 0;
     walk(pBuf, nBufLen, [&](const TlvItem &item, int64_t, int64_t) {
-        *pNext++ = item;
+        if (nStored == nCount)
+            return Step::Stop; // the buffer has changed meanwhile
+        pItems[nStored++] = item;
         return Step::GoOn;
     });
     *ppItems = pItems;
-    *pnCount = nCount;
+    *pnCount = nStored;
     return 0;
 }
 

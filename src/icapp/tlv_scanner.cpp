@@ -171,7 +171,7 @@ int32_t quorvan_get_tag_type(const uint8_t *pTag, int32_t nTagLen, const uint8_t
 
 int32_t quorvan_findapptag(const uint8_t *pBuf, int32_t nBufLen, uint8_t *pList, int32_t nListLen) noexcept
 {
-    if (pBuf == nullptr || pList == nullptr)
+    if (pBuf == nullptr || pList == nullptr || nListLen < 0)
         return RET_PUB_FAIL;
     int32_t nLeft = nListLen;
     for (int32_t nAt = 0; nAt < nLeft;) {

@@ -34,29 +34,27 @@ constexpr std::array<uint8_t, 2> aApproved{'0', '0'}; // authorisation response 
 
 using Packed = std::array<uint8_t, nPackedSize>;
 
-// What the kernel packs for the issuer; empty when it failed.
-std::span<const uint8_t> pack(Packed &packed, int32_t nKind) noexcept
+// What the kernel packs for the issuer. Bytes; 0 or below: it failed.
+int32_t pack(Packed &packed, int32_t nKind) noexcept
 {
-    const int32_t nLen = qv::callKernel(QV_KERNEL_FN(Pack_Data_Emv_Trance), packed.data(), nKind);
-    if (nLen <= 0)
-        return {};
-    return {packed.data(), std::min(static_cast<size_t>(nLen), packed.size())};
+    return std::min(qv::callKernel(QV_KERNEL_FN(Pack_Data_Emv_Trance), packed.data(), nKind),
+                    static_cast<int32_t>(packed.size()));
 }
 
-// 0; the transaction's failure; -1 when packing failed.
+// 0; the failure of the transaction or of packing.
 int32_t makeArqc(const char *pszTxData, uint32_t *pnArqc, char *pszArqc) noexcept
 {
-    qv::callKernel(QV_KERNEL_FN(SetTVR), nTvrBit);
-    qv::callKernel(QV_KERNEL_FN(TY_SaveData), pszTxData);
+    if (!qv::tellKernel(QV_KERNEL_FN(SetTVR), nTvrBit) || !qv::tellKernel(QV_KERNEL_FN(TY_SaveData), pszTxData))
+        return RET_PUB_FAIL;
     const int32_t nRet = qv::callKernel(QV_KERNEL_FN(Emv_QV_Trans), g_stProc);
     if (nRet != 0)
         return nRet;
     Packed packed{};
-    const std::span<const uint8_t> arqc = pack(packed, nPackArqc);
-    if (arqc.empty())
-        return RET_PUB_FAIL;
-    DPrintDataHexToFile("ARQC -", arqc.data(), static_cast<int32_t>(arqc.size()));
-    *pnArqc = qv::writeHexText(arqc, pszArqc);
+    const int32_t nPacked = pack(packed, nPackArqc);
+    if (nPacked <= 0)
+        return nPacked < 0 ? nPacked : static_cast<int32_t>(RET_PUB_FAIL);
+    DPrintDataHexToFile("ARQC -", packed.data(), nPacked);
+    *pnArqc = qv::writeHexText({packed.data(), static_cast<size_t>(nPacked)}, pszArqc);
     QV_LOG(kLogAppIc, "ASc= %s", pszArqc);
     return 0;
 }
@@ -80,21 +78,21 @@ int32_t storeTransaction(const char *pszTxData) noexcept
     QV_LOG(kLogAppIc, "!!!!!!");
     if (pszEmvData == nullptr || pszTxData == nullptr)
         return RET_PUB_INVAL_PARAM;
-    qv::callKernel(QV_KERNEL_FN(TY_SaveData), pszTxData);
-    return 0;
+    return qv::tellKernel(QV_KERNEL_FN(TY_SaveData), pszTxData) ? 0 : static_cast<int32_t>(RET_PUB_FAIL);
 }
 
-void storeObject(std::span<const uint8_t> tag, std::span<const uint8_t> value) noexcept
+bool storeObject(std::span<const uint8_t> tag, std::span<const uint8_t> value) noexcept
 {
-    qv::callKernel(QV_KERNEL_FN(Emv_SaveData), tag.data(), value.data(), static_cast<int32_t>(value.size()),
-                   nFromIssuer);
+    return qv::tellKernel(QV_KERNEL_FN(Emv_SaveData), tag.data(), value.data(), static_cast<int32_t>(value.size()),
+                          nFromIssuer);
 }
 
-// The issuer's answer, binary.
-void takeIssuerData(std::span<const uint8_t> answer) noexcept
+// The issuer's answer, binary. False: no kernel takes its data.
+bool takeIssuerData(std::span<const uint8_t> answer) noexcept
 {
     qv::setField(EMV_PROC_ARC, aApproved);
-    storeObject(aTagArc, aApproved);
+    if (!storeObject(aTagArc, aApproved))
+        return false;
     std::array<uint8_t, nIssuerDataSize> value{};
     uint32_t nValue = 0;
     if (Ex_TLV_GetDataByTag(reinterpret_cast<const char *>(aTagIssuerAuth.data()), answer.data(),
@@ -102,6 +100,7 @@ void takeIssuerData(std::span<const uint8_t> answer) noexcept
         storeObject(aTagIssuerAuth, {value.data(), nValue});
     std::copy(answer.begin(), answer.end(), g_stProc + EMV_PROC_ISSUER_DATA);
     qv::setField(EMV_PROC_ISSUER_LEN, static_cast<uint32_t>(answer.size()));
+    return true;
 }
 
 void readScriptResult(std::span<const uint8_t> result, char *pszOut) noexcept
@@ -127,7 +126,8 @@ int32_t complete(const char *pszArpc, size_t nArpcChars, const Completion &out) 
         std::array<uint8_t, nIssuerDataSize> answer{};
         const size_t nBytes = nArpcChars / 2;
         Str_AscToHex(pszArpc, static_cast<int32_t>(2 * nBytes), answer.data());
-        takeIssuerData({answer.data(), nBytes});
+        if (!takeIssuerData({answer.data(), nBytes}))
+            return RET_PUB_FAIL;
     }
     qv::setField<int32_t>(EMV_PROC_HAS_ONLINE, 1);
     qv::setField<int32_t>(EMV_PROC_ONLINE_RESULT, nArpcChars != 0 ? 0 : -1);
@@ -137,8 +137,8 @@ int32_t complete(const char *pszArpc, size_t nArpcChars, const Completion &out) 
     if (nRet != 0)
         return nRet;
     Packed packed{};
-    if (const std::span<const uint8_t> data = pack(packed, nPackCompletion); !data.empty())
-        *out.pnText = qv::writeHexText(data, out.pszText);
+    if (const int32_t nPacked = pack(packed, nPackCompletion); nPacked > 0)
+        *out.pnText = qv::writeHexText({packed.data(), static_cast<size_t>(nPacked)}, out.pszText);
     std::array<uint8_t, nScriptResultSize> result{};
     uint32_t nResult = 0;
     nRet = qv::callKernel(QV_KERNEL_FN(Emv_GetData), aTagScriptResult.data(), result.data(), &nResult);

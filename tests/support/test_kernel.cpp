@@ -6,6 +6,7 @@
 #include "test_kernel.h"
 
 #include "qvreader/icapp.h"
+#include "qvreader/support.h"
 
 #include <algorithm>
 #include <cstdarg>
@@ -84,6 +85,8 @@ void testKernelNote(const char *pszFormat, ...) noexcept
     va_end(arguments);
     if (nLen < 0 || static_cast<size_t>(nLen) + 2 > nRoom)
         return;
+    if (s_kernel.bLogsCalls != 0)
+        DPrintLogToFile("call %s", s_kernel.szCalls + s_kernel.nCalls);
     s_kernel.nCalls += static_cast<size_t>(nLen);
     s_kernel.szCalls[s_kernel.nCalls++] = '\n';
     s_kernel.szCalls[s_kernel.nCalls] = '\0';
@@ -103,6 +106,8 @@ int32_t Emv_SetFunP(int32_t zero, void *const table[10])
 {
     testKernelNote("Emv_SetFunP(%d)", zero);
     s_kernel.pTable = table;
+    static_assert(sizeof s_kernel.flagsAtTable == sizeof g_stCallBackFunc);
+    std::memcpy(s_kernel.flagsAtTable, &g_stCallBackFunc, sizeof g_stCallBackFunc);
     if (table != nullptr && s_kernel.bLeavesTable == 0)
         std::copy_n(table, 10, stICOp);
     return s_kernel.nSetFunP;
@@ -111,6 +116,7 @@ int32_t Emv_SetFunP(int32_t zero, void *const table[10])
 int32_t Emv_QV_Start(void *proc, int32_t kind)
 {
     testKernelNote("Emv_QV_Start(%s, %d)", keep(proc), kind);
+    tfunc_GetIcType(&s_kernel.ucTypeAtStart);
     if (s_kernel.pfnAtStart != nullptr)
         s_kernel.pfnAtStart();
     return s_kernel.nStart;
@@ -144,12 +150,14 @@ int32_t TY_ConvertErr(int32_t result, int32_t *standardCode)
 int32_t TY_DealAidList(const char *list, int32_t len)
 {
     testKernelNote("TY_DealAidList(%s, %d)", shown(list), len);
+    std::copy_n(g_stProc, sizeof s_kernel.recordAtList, s_kernel.recordAtList);
     return s_kernel.nDealAidList;
 }
 
 int32_t PackAidList(char *out1024)
 {
     testKernelNote("PackAidList(%s)", clearness(out1024, nAidListRoom));
+    tfunc_GetIcType(&s_kernel.ucTypeAtList);
     std::copy_n(s_kernel.szAidList, nAidListRoom, out1024);
     return s_kernel.nPackAidList;
 }
@@ -200,6 +208,7 @@ int32_t Emv_SaveData(const uint8_t *tag, const uint8_t *value, int32_t len, int3
 {
     testKernelNote("Emv_SaveData(%s, %s, %d, %d)", Hex(tag).sz, Hex(value, static_cast<size_t>(std::max(len, 0))).sz,
                    len, source);
+    std::copy_n(g_stProc, sizeof s_kernel.recordAtSave, s_kernel.recordAtSave);
     return s_kernel.nEmvSaveData;
 }
 

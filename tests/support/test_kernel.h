@@ -22,15 +22,20 @@ struct TestKernel {
     uint8_t object[400];      // Emv_GetData writes it, when it answers 0 ...
     uint32_t nObject;         // ... and this as its length
     void (*pfnAtStart)(void); // called by Emv_QV_Start, null: nothing
+    int32_t bLogsCalls;       // 1: each line of the list also goes to the log, behind the word "call"
 
     // What came.
-    char szCalls[65536];              // a line a call, as in "Emv_QV_Start(record, 1)"
-    size_t nCalls;                    // characters in it
-    void *const *pTable;              // Emv_SetFunP's
-    uint8_t record[EMV_PROC_SIZE];    // at the last call that got it
-    int32_t bBufferClear;             // g_szEmvbuf was zero at that moment
-    const void *pDetail, *pDetailLen; // EMV_GetPbocDetail's outputs
-    const void *pTranseData;          // Emv_Set_TranseData's
+    char szCalls[65536];                 // a line a call, as in "Emv_QV_Start(record, 1)"
+    size_t nCalls;                       // characters in it
+    void *const *pTable;                 // Emv_SetFunP's
+    uint8_t record[EMV_PROC_SIZE];       // at the last call that got it
+    int32_t bBufferClear;                // g_szEmvbuf was zero at that moment
+    const void *pDetail, *pDetailLen;    // EMV_GetPbocDetail's outputs
+    const void *pTranseData;             // Emv_Set_TranseData's
+    uint8_t recordAtList[EMV_PROC_SIZE]; // when TY_DealAidList was called
+    uint8_t recordAtSave[EMV_PROC_SIZE]; // when Emv_SaveData was called last
+    uint8_t ucTypeAtList, ucTypeAtStart; // tfunc_GetIcType's in PackAidList and in Emv_QV_Start
+    int32_t flagsAtTable[5];             // g_stCallBackFunc in Emv_SetFunP
 };
 
 extern "C" {

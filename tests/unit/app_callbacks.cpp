@@ -208,6 +208,33 @@ TEST_F(CallbacksOnOpen, PoweringDownThatIsOffDoesNothing)
     EXPECT_EQ(m_peer->wire(), "");
 }
 
+TEST_F(CallbacksOnClosed, AnyFlagButNoughtIsOn)
+{
+    for (int32_t nFlag : {2, -1, INT32_MIN, 0x100}) {
+        SCOPED_TRACE(nFlag);
+        g_stCallBackFunc = {nFlag, nFlag, nFlag, nFlag, nFlag};
+        stCardReader.nCardSlot = 7;
+        g_nPowerOnTimeout = 3;
+        EXPECT_EQ(DevOpenPort(path(), nullptr, 1, 0, 9600), 0);
+        EXPECT_GE(g_AuxFd, 0);
+        answer("32 22 0B B8 11", 0, "3B 9F");
+        EXPECT_EQ(DevPowerOnSlot(17, m_atr.data(), &m_nAtr), 0);
+        answer("32 23 11", 0);
+        EXPECT_EQ(DevPowerOffSlot(17), 0);
+        answer("32 23 07", 0);
+        EXPECT_EQ(DevPowerOff(), 0);
+        answer("32 22 0B B8 00", 0, "3B 65");
+        EXPECT_EQ(DevPowerOn('1', m_atr.data(), &m_nAtr), 0);
+        EXPECT_EQ(QV_APP_SetDevPowerOnTimeout(5), 0);
+        EXPECT_EQ(g_nPowerOnTimeout, 5U);
+        EXPECT_EQ(DevClosePort(), 0);
+        EXPECT_EQ(g_AuxFd, -2);
+        m_peer->finish();
+        if (HasFailure())
+            return; // a reader that is out of step keeps the next calls waiting
+    }
+}
+
 // ---- exchange -----------------------------------------------------------------------------------------------------
 
 TEST_F(CallbacksOnOpen, TheExchangeAsksNoFlag)

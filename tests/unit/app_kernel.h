@@ -141,6 +141,19 @@ inline std::string seenAgainst(const Record &expected)
     return expected.differences(testKernel()->record);
 }
 
+// The list of calls goes to the log too, so that a log shows calls and lines in their common order.
+inline void logWithCalls()
+{
+    logOn();
+    testKernel()->bLogsCalls = 1;
+}
+
+// The line of a call in such a log.
+inline std::string callLine(const std::string &sCall)
+{
+    return "  T  call " + sCall + "\r\n";
+}
+
 inline void fillShared()
 {
     std::fill(std::begin(g_stProc), std::end(g_stProc), ucPattern);

@@ -32,6 +32,8 @@ class Session : public ClosedReader {
         s_nOpenResult = s_nCloseResult = 0;
         s_bReader = false;
         s_powerDowns.clear();
+        s_statusAfterClosing.reset();
+        s_bLogsCalls = false;
     }
     void TearDown() override
     {
@@ -74,6 +76,9 @@ class Session : public ClosedReader {
     static int32_t closeDevice()
     {
         s_order.push_back("close");
+        if (s_bLogsCalls)
+            DPrintLogToFile("call close");
+        stRDZ73xx.gStatus = s_statusAfterClosing.value_or(stRDZ73xx.gStatus);
         if (s_bReader)
             Dev_Rdz_Ic_ClosePort();
         return s_nCloseResult;
@@ -100,6 +105,8 @@ class Session : public ClosedReader {
     static inline bool s_bParameter = false; // the last opening had one
     static inline bool s_bReader = false;    // opening and closing reach the scripted reader
     static inline std::vector<std::pair<int32_t, uint32_t>> s_powerDowns;
+    static inline std::optional<uint32_t> s_statusAfterClosing; // nothing: closing leaves it
+    static inline bool s_bLogsCalls = false;                    // closing writes a line of its own into the log
     std::optional<FakeClock> m_clock;
 };
 

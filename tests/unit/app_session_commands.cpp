@@ -108,9 +108,9 @@ TEST_F(SessionCommands, AMissingArgumentSendsNothing)
     EXPECT_EQ(QV_APP_SendCommandDirect(path(), "", 9600, 5, p, nullptr, m_out.data()), -2);
     EXPECT_EQ(QV_APP_SendCommandDirect(path(), "", 9600, 5, p, &m_nOut, nullptr), -2);
     open();
-    EXPECT_NE(QV_APP_SendCommandOnly(nullptr, 5, p, &m_nOut, m_out.data()), 0);
-    EXPECT_NE(QV_APP_SendCommandOnly("1", 5, nullptr, &m_nOut, m_out.data()), 0);
-    EXPECT_NE(QV_APP_SendCommandOnlyDirect(5, nullptr, &m_nOut, m_out.data()), 0);
+    EXPECT_EQ(QV_APP_SendCommandOnly(nullptr, 5, p, &m_nOut, m_out.data()), -2);
+    EXPECT_EQ(QV_APP_SendCommandOnly("1", 5, nullptr, &m_nOut, m_out.data()), -2);
+    EXPECT_EQ(QV_APP_SendCommandOnlyDirect(5, nullptr, &m_nOut, m_out.data()), -54);
     EXPECT_EQ(m_peer->wire(), "");
 }
 

@@ -202,6 +202,8 @@ TEST_F(SessionActs, TheKindOfTheCardIsTheResult)
     EXPECT_STREQ(szTrack2, "1234=5678");
     EXPECT_STREQ(szTrack3, "9999");
     EXPECT_TRUE(wroteLines({appLine("nRET 0 , PSTATU=3")}));
+    const std::string sLog = rawLog();
+    EXPECT_EQ(sLog.find("nRET"), sLog.rfind("nRET")) << "one line with the result\n" << sLog;
 }
 
 TEST_F(SessionActs, AnUnknownCardLeavesThePortOpen)

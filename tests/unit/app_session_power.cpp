@@ -172,6 +172,15 @@ TEST_F(SessionPower, AMissingArgumentOpensNothing)
 {
     EXPECT_EQ(QV_APP_PowerOn(nullptr, "", 9600, "1", &m_nAtr, m_sAtr.data()), -2);
     EXPECT_EQ(QV_APP_PowerOn("COM9", "", 9600, nullptr, &m_nAtr, m_sAtr.data()), -2);
+    for (bool bPort : {false, true}) {
+        SCOPED_TRACE(bPort);
+        m_nAtr = 0xC5C5;
+        m_sAtr = "before";
+        EXPECT_EQ(QV_APP_PowerOn(bPort ? "COM9" : nullptr, "", 9600, bPort ? nullptr : "1", &m_nAtr, m_sAtr.data()),
+                  -2);
+        EXPECT_EQ(m_nAtr, 0U);
+        EXPECT_EQ(m_sAtr.front(), '\0') << "the ATR of an earlier card";
+    }
     EXPECT_EQ(QV_APP_PowerOff(nullptr, "", 9600, "1"), -2);
     EXPECT_EQ(QV_APP_PowerOff("COM9", "", 9600, nullptr), -2);
     EXPECT_EQ(order(), Order{});
@@ -242,6 +251,36 @@ TEST_F(SessionPower, PoweringDownBothEndsWithTheContactCardThatWasThere)
     EXPECT_EQ(QV_APP_PowerOff("COM9", nullptr, 9600, "3"), 0);
     EXPECT_EQ(order(), Order({opened("COM9"), "off 0", "close"}));
     EXPECT_EQ(stCardReader.nCardSlot, 0);
+}
+
+TEST_F(SessionPower, TheStatusAfterTheCloseCounts)
+{
+    for (const char *pszType : {"1", "2", "x"}) {
+        s_powerDowns = {{0, 0x1003}};
+        s_statusAfterClosing = 0x1005;
+        EXPECT_EQ(QV_APP_PowerOff("COM9", "", 9600, pszType), -0x1005) << pszType;
+    }
+    s_powerDowns = {{0, 0x1003}, {0, 0x1003}};
+    EXPECT_EQ(QV_APP_PowerOff("COM9", "", 9600, "3"), -0x1005);
+    s_powerDowns = {{0, 0}};
+    EXPECT_EQ(QV_APP_PowerOff("COM9", "", 9600, "3"), 0) << "the contact card was powered down, and that is all";
+}
+
+TEST_F(SessionPower, TheEndIsLoggedBehindTheClose)
+{
+    s_bLogsCalls = true;
+    const std::string sClosed = "  T  call close\r\n";
+    for (const char *pszType : {"1", "2", "x"}) {
+        s_powerDowns = {{-4, 0}};
+        logOn();
+        EXPECT_EQ(QV_APP_PowerOff("COM9", "", 9600, pszType), -4);
+        EXPECT_TRUE(logWithoutTime().ends_with(sClosed + appLine("[QV_APP_PowerOff] End nRet = -4  ")))
+            << pszType << logWithoutTime();
+    }
+    s_powerDowns = {{0, 0}};
+    logOn();
+    EXPECT_EQ(QV_APP_PowerOff("COM9", "", 9600, "3"), 0);
+    EXPECT_TRUE(logWithoutTime().ends_with(sClosed)) << "the contact card's way has no such line\n" << logWithoutTime();
 }
 
 TEST_F(SessionPower, AFailedOpeningClosesAndPowersNothingDown)

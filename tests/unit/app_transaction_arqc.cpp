@@ -105,6 +105,19 @@ const std::vector<Case> s_cases = {
      {szOpen, "SetTVR(80)", "TY_SaveData(AMT=1)", "Emv_QV_Trans(record)", "Pack_Data_Emv_Trance(2)", "powerDown()",
       "close()", "TY_ConvertErr(0)"},
      0},
+    {"packing fails, and there is no power-down",
+     [] {
+         testKernel()->nPacked = -6;
+         stICOp[5] = nullptr;
+     },
+     {szOpen, "SetTVR(80)", "TY_SaveData(AMT=1)", "Emv_QV_Trans(record)", "Pack_Data_Emv_Trance(2)", "close()",
+      "TY_ConvertErr(-6)"},
+     -9006},
+    {"nothing is packed, and there is no power-down",
+     [] { stICOp[5] = nullptr; },
+     {szOpen, "SetTVR(80)", "TY_SaveData(AMT=1)", "Emv_QV_Trans(record)", "Pack_Data_Emv_Trance(2)", "close()",
+      "TY_ConvertErr(-1)"},
+     -9001},
     {"an executed flag of 2 is not 1",
      [] {
          packs({0x9F});

@@ -194,4 +194,27 @@ TEST_F(Completion, TheLogHoldsTheArgumentsAndTheEnd)
     EXPECT_NE(sLog.find(appLine("====> nRetConVert  = 0 ")), std::string::npos) << sLog;
 }
 
+TEST_F(Completion, TheEndIsLoggedUnconvertedAndBehindTheClose)
+{
+    testKernel()->nFinal = -7;
+    logWithCalls();
+    EXPECT_EQ(complete(), -9007);
+    EXPECT_EQ(logWithoutTime(), appLine("[QV_APP_CtlScriptData] Start ") +
+                                    appLine("[QV_APP_CtlScriptData] Start pszARPC =   pszTxData = AMT=1 ") +
+                                    callLine(szOpen) + callLine("EMV_Final(record)") + callLine("Emv_QV_End(-7)") +
+                                    callLine("close()") + appLine("[QV_APP_CtlScriptData] End nRet = -7  ") +
+                                    callLine("TY_ConvertErr(-7)") + appLine("====> nRetConVert  = -9007 "));
+}
+
+TEST_F(Completion, NullTextsAreLoggedAsEmptyOnes)
+{
+    logOn();
+    EXPECT_EQ(QV_APP_CtlScriptData(szPort, szParameter, nBaud, nullptr, nullptr, nullptr, &s_done.nLen, s_done.szText,
+                                   s_done.szScript),
+              0);
+    EXPECT_TRUE(logWithoutTime().starts_with(appLine("[QV_APP_CtlScriptData] Start ") +
+                                             appLine("[QV_APP_CtlScriptData] Start pszARPC =   pszTxData =  ")))
+        << logWithoutTime();
+}
+
 } // namespace

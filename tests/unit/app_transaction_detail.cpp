@@ -136,6 +136,19 @@ TEST_F(TagList, ItsEndDecidesTheFlagAndWhatStandsBehindTheLastItemTheResult)
     }
 }
 
+TEST_F(TagList, OnlyARefusalIsLogged)
+{
+    logOn();
+    EXPECT_EQ(QV_APP_SaveTlvTag("5A,57,", ',', ','), 0);
+    EXPECT_EQ(QV_APP_SaveTlvTag("5A,57;", ',', ';'), -9002);
+    EXPECT_EQ(rawLog().find("AppIc"), std::string::npos) << rawLog();
+    logOn();
+    EXPECT_EQ(QV_APP_SaveTlvTag("5A,57", ',', ';'), -9002);
+    EXPECT_EQ(QV_APP_SaveTlvTag(nullptr, ',', ';'), -9002);
+    EXPECT_EQ(logWithoutTime(), appLine("[QV_APP_SaveTlvTag] the list does not end with its end character") +
+                                    appLine("[QV_APP_SaveTlvTag] a null pointer"));
+}
+
 TEST_F(TagList, ALongListIsWalkedToItsEnd)
 {
     std::string sList;

@@ -61,6 +61,17 @@ TEST_F(Issuer, AnAnswerIsCopiedWholeAlsoWithoutTag91)
     }
 }
 
+TEST_F(Issuer, TheRecordHasTheResponseCodeButNotYetTheAnswerWhenObjectsAreStored)
+{
+    for (const char *pszArpc : {"8A023030", "910411223344"}) {
+        beginSession();
+        s_pszArpc = pszArpc;
+        EXPECT_EQ(complete(), 0);
+        EXPECT_EQ(Record(ucPattern).data(EMV_PROC_ARC, {'0', '0'}).differences(testKernel()->recordAtSave), "")
+            << pszArpc;
+    }
+}
+
 TEST_F(Issuer, LettersOfEitherCaseAreHexadecimal)
 {
     s_pszArpc = "9101ef";

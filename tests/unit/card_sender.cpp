@@ -217,6 +217,23 @@ TEST_F(CardSender, AnEmptyAnswerIsLogged)
     EXPECT_TRUE(wroteLines({commandLine(" CommRW   !!1 nRet = 00  nRespLen = 00"), dump("R_APDU", "")}));
 }
 
+TEST_F(CardSender, ACommandIsLoggedBeforeItGoesOutAndItsAnswerAsTheCardClaimsIt)
+{
+    // An operation of the host's own that claims more than its caller has room for.
+    stICOp[nExchangeSlot] = slot(+[](const uint8_t *, uint32_t, uint8_t *pResponse, uint32_t *pnResponse) {
+        DPrintLogToFile("the exchange");
+        std::fill_n(pResponse, 1024, uint8_t{0x90});
+        *pnResponse = 2000;
+        return 0;
+    });
+    logOn();
+    EXPECT_EQ(send(), 0x9090U);
+    EXPECT_EQ(logWithoutTime(), commandLine("[Cmd_Ic_PbocSendAPDU] Start ") + dump("C_APDU", "80 CA 9F 17 00") +
+                                    "  T  the exchange\r\n" + commandLine(" CommRW   !!1 nRet = 00  nRespLen = 7d0") +
+                                    dump("R_APDU", hex(Bytes(1024, 0x90))));
+    EXPECT_EQ(m_nLen, 1024U);
+}
+
 // ---- without a table ----------------------------------------------------------------------------------------------
 
 class SenderOnReader : public OpenReader {

@@ -17,9 +17,9 @@ qv_add_test(app_session FAKE_CLOCK SOURCES app_session_power.cpp app_session_rea
 add_library(qv_test_kernel_object OBJECT ${PROJECT_SOURCE_DIR}/tests/support/test_kernel.cpp)
 target_include_directories(qv_test_kernel_object PUBLIC ${PROJECT_SOURCE_DIR}/tests/support)
 target_link_libraries(qv_test_kernel_object PUBLIC qvreader PRIVATE qv_warnings)
-qv_add_test(app_kernel SOURCES app_kernel_setup.cpp app_kernel_conversion.cpp)
+qv_add_test(app_kernel FAKE_CLOCK SOURCES app_kernel_setup.cpp app_kernel_conversion.cpp app_kernel_success.cpp)
 qv_add_test(app_card_data SOURCES app_card_data_info.cpp app_card_data_select.cpp app_card_data_records.cpp
-            app_card_data_slots.cpp)
+            app_card_data_slots.cpp app_card_data_order.cpp)
 qv_add_test(app_transaction SOURCES app_transaction_arqc.cpp app_transaction_completion.cpp
             app_transaction_issuer.cpp app_transaction_detail.cpp)
 foreach(sName IN ITEMS app_kernel app_card_data app_transaction)
@@ -28,7 +28,7 @@ endforeach()
 
 # No kernel at all; a kernel, or a part of one, that is loaded while the program runs.
 qv_add_test(app_kernel_absent SOURCES app_kernel_absent.cpp)
-qv_add_test(app_kernel_loaded SOURCES app_kernel_loaded.cpp)
+qv_add_test(app_kernel_loaded SOURCES app_kernel_loaded.cpp app_kernel_partial.cpp)
 add_library(qv_whole_kernel MODULE ${PROJECT_SOURCE_DIR}/tests/support/test_kernel.cpp)
 target_include_directories(qv_whole_kernel PRIVATE ${PROJECT_SOURCE_DIR}/tests/support)
 add_library(qv_converting_kernel MODULE kernel_parts.cpp)
@@ -40,3 +40,15 @@ foreach(sKernel IN ITEMS whole converting starting)
   target_compile_definitions(test_app_kernel_loaded PRIVATE QV_${sUpper}_KERNEL="$<TARGET_FILE:qv_${sKernel}_kernel>")
   add_dependencies(test_app_kernel_loaded qv_${sKernel}_kernel)
 endforeach()
+# Kernels that lack one function: it has another name in them.
+foreach(sFunction IN ITEMS PackAidList TY_DealAidList SetRead5AFlag SetTVR TY_SaveData Emv_SaveData Emv_QV_End
+                           TY_ConvertErr)
+  add_library(kernel_without_${sFunction} MODULE ${PROJECT_SOURCE_DIR}/tests/support/test_kernel.cpp)
+  set_target_properties(kernel_without_${sFunction} PROPERTIES PREFIX "")
+  target_include_directories(kernel_without_${sFunction} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support)
+  target_compile_definitions(kernel_without_${sFunction} PRIVATE ${sFunction}=no_${sFunction})
+  target_link_libraries(kernel_without_${sFunction} PRIVATE qvreader qv_warnings)
+  add_dependencies(test_app_kernel_loaded kernel_without_${sFunction})
+endforeach()
+target_compile_definitions(test_app_kernel_loaded
+                           PRIVATE QV_KERNEL_WITHOUT="${CMAKE_CURRENT_BINARY_DIR}/kernel_without_")

@@ -198,6 +198,31 @@ TEST(LetteredText, ValueThatIsAbsentOrCutOffLeavesTheOutputs)
     EXPECT_TRUE(out.untouched());
 }
 
+TEST(LetteredText, ATagOfNoCharactersStandsAtTheStart)
+{
+    EXPECT_EQ(find("", "A001xB001y"), 0);
+    EXPECT_EQ(find("", "!"), 0);
+    EXPECT_EQ(find("", ""), -1);
+    const Block text(ended("002xyB001z"));
+    Out out(8);
+    int32_t nLen = nUnset;
+    EXPECT_EQ(quorvan_get_tag_value_app("B", 0, text.text(), 0, out.text(), &nLen), 0);
+    EXPECT_EQ(out.firstText(2), "xy");
+    EXPECT_EQ(nLen, 2);
+}
+
+TEST(LetteredText, ATagOfFewerCharactersIsRefused)
+{
+    for (int32_t n : {-1, -3, INT_MIN}) {
+        Out out(8);
+        int32_t nLen = nUnset;
+        EXPECT_EQ(quorvan_find_tag_app("A", n, "A001x", 5), nullptr) << n;
+        EXPECT_EQ(quorvan_get_tag_value_app("A", n, "001x", 4, out.text(), &nLen), -1) << n;
+        EXPECT_TRUE(out.untouched()) << n;
+        EXPECT_EQ(nLen, nUnset) << n;
+    }
+}
+
 TEST(LetteredText, RefusesNull)
 {
     Out out(8);

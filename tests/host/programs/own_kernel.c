@@ -44,6 +44,24 @@ int32_t Emv_QV_Start(void *proc, int32_t kind)
     return 0;
 }
 
+int32_t TY_DealAidList(const char *list, int32_t len)
+{
+    CHECK(len == (int32_t)strlen(list));
+    return 0;
+}
+
+int32_t SetTVR(uint32_t v)
+{
+    CHECK(v == 0x80);
+    return 0;
+}
+
+int32_t TY_SaveData(const char *txData)
+{
+    CHECK(strcmp(txData, "T") == 0);
+    return 0;
+}
+
 int32_t Emv_QV_Trans(void *proc)
 {
     CHECK(proc == g_stProc);
