@@ -1,5 +1,5 @@
 /*
- * support.h - result codes, diagnostic log and configuration, codecs and text helpers, time.
+ * support.h - result codes, diagnostic log and configuration, codecs and text helpers, time, DES, SHA-1, hashes, files.
  *
  * The log is one plain-text file that every layer appends to. It is off unless the file "QVConfig.ini" in the
  * directory of the loaded library file says otherwise:
@@ -315,6 +315,172 @@ QV_API void GeneralSleep(int32_t n) QV_NOEXCEPT;
 
 /* The same generator as Str_GetRandom. */
 QV_API int32_t GetRandom(int32_t n, uint8_t *pOut) QV_NOEXCEPT;
+
+/* ---- DES and triple DES (FIPS 46-3), electronic code book ------------------------------------------------------
+ *
+ * pKey: in, nKeyLen bytes: 8 DES; 16 triple DES with two keys; 24 with three. Parity bits are ignored. With any other
+ * length nothing is written. Input and output may be the same buffer. Null pointers: nothing is written. */
+
+/* One block with a key of 8 bytes. pIn: in, pOut: out, 8 bytes each. */
+QV_API void EnDES(const uint8_t *pKey, const uint8_t *pIn, uint8_t *pOut) QV_NOEXCEPT;
+QV_API void DeDES(const uint8_t *pKey, const uint8_t *pIn, uint8_t *pOut) QV_NOEXCEPT;
+
+/* One block. pIn: in, pOut: out, 8 bytes each. */
+QV_API void EncryptDES_BYTE(const uint8_t *pKey, int32_t nKeyLen, const uint8_t *pIn, uint8_t *pOut) QV_NOEXCEPT;
+QV_API void DecryptDES_BYTE(const uint8_t *pKey, int32_t nKeyLen, const uint8_t *pIn, uint8_t *pOut) QV_NOEXCEPT;
+
+/* One block to upper-case hexadecimal text, which ends before the first zero byte of the enciphered block. pIn: in, 8
+ * bytes. pText: out, at least 16 bytes, no NUL is written: clear it first. 0; -2 null. */
+QV_API int32_t EncryptDES_HEX(const uint8_t *pKey, int32_t nKeyLen, const uint8_t *pIn, char *pText) QV_NOEXCEPT;
+
+/* Deciphers a block of zeros: the text does not count (see HexToByte). A host that has hexadecimal text converts it
+ * with Str_AscToHex and uses DecryptDES_BYTE. pOut: out, 8 bytes. 0; -2 null key or output. */
+QV_API int32_t DecryptDES_HEX(const uint8_t *pKey, int32_t nKeyLen, const char *pszText, uint8_t *pOut) QV_NOEXCEPT;
+
+/* Block after block, unpadded. nLen: bytes; when it is no multiple of 8, the last block is read and written whole, so
+ * that pIn and pOut need room for it. The key is read anew for each block. The first: 0; -2 null. The second: bytes
+ * written, a multiple of 8, and the same number when the key's length is unknown; 0 null. */
+QV_API int32_t QV_EncryptDES_BYTE(const uint8_t *pKey, int32_t nKeyLen, const uint8_t *pIn, int32_t nLen,
+                                  uint8_t *pOut) QV_NOEXCEPT;
+QV_API int32_t QV_DecryptDES_BYTE(const uint8_t *pKey, int32_t nKeyLen, const uint8_t *pIn, int32_t nLen,
+                                  uint8_t *pOut) QV_NOEXCEPT;
+
+/* The same two without a result. */
+QV_API void QV_TY_EncryptDES_BYTE(const uint8_t *pKey, int32_t nKeyLen, const uint8_t *pIn, int32_t nLen,
+                                  uint8_t *pOut) QV_NOEXCEPT;
+QV_API void QV_TY_DecryptDES_BYTE(const uint8_t *pKey, int32_t nKeyLen, const uint8_t *pIn, int32_t nLen,
+                                  uint8_t *pOut) QV_NOEXCEPT;
+
+/* nLen bytes to upper-case hexadecimal text. pText: out, at least 2 * nLen bytes, no NUL is written. Characters
+ * written; 0 null. */
+QV_API int32_t ByteToHex(const uint8_t *pData, int32_t nLen, char *pText) QV_NOEXCEPT;
+
+/* Does nothing. Always 0. */
+QV_API int32_t HexToByte(const char *pText, int32_t nLen, uint8_t *pOut) QV_NOEXCEPT;
+
+/* ---- SHA-1 (FIPS 180-1) ------------------------------------------------------------------------------------------ */
+
+/* A digest under way. */
+typedef struct {
+    uint32_t nTotal[2]; /* bytes so far, low word first */
+    uint32_t nState[5];
+    uint8_t ucBuffer[64]; /* the block that is not full yet */
+} Sha1Context;
+
+/* Begins a digest. / Appends nLen bytes. / Compresses one block of 64 bytes. / Ends it; pDigest: out, 20 bytes. Null
+ * pointers: nothing happens. */
+QV_API void sha1_starts(Sha1Context *pCtx) QV_NOEXCEPT;
+QV_API void sha1_update(Sha1Context *pCtx, const uint8_t *pData, uint32_t nLen) QV_NOEXCEPT;
+QV_API void sha1_process(Sha1Context *pCtx, const uint8_t *pBlock) QV_NOEXCEPT;
+QV_API void sha1_finish(Sha1Context *pCtx, uint8_t *pDigest) QV_NOEXCEPT;
+
+/* The digest of nLen bytes. pDigest: out, 20 bytes. 0; -1 null (also with nLen 0). */
+QV_API int32_t xn_sha1(const uint8_t *pData, uint32_t nLen, uint8_t *pDigest) QV_NOEXCEPT;
+
+/* ---- string hashes and hash table --------------------------------------------------------------------------------
+ *
+ * Hashes of NUL-terminated bytes, at most 0x7FFFFFFF; 0 for null. */
+typedef uint32_t (*HashFn)(const char *pszKey);
+QV_API uint32_t BKDRHash(const char *psz) QV_NOEXCEPT;
+QV_API uint32_t SDBMHash(const char *psz) QV_NOEXCEPT;
+QV_API uint32_t RSHash(const char *psz) QV_NOEXCEPT;
+QV_API uint32_t JSHash(const char *psz) QV_NOEXCEPT;
+QV_API uint32_t PJWHash(const char *psz) QV_NOEXCEPT;
+QV_API uint32_t ELFHash(const char *psz) QV_NOEXCEPT;
+QV_API uint32_t DJBHash(const char *psz) QV_NOEXCEPT;
+QV_API uint32_t APHash(const char *psz) QV_NOEXCEPT;
+
+/* A slot. An element that is inserted is its first 8 bytes, as they lie in memory, in one 64-bit value. */
+typedef struct {
+    uint8_t ucKey[3];
+    uint8_t ucKeyLen; /* 0: the slot is free */
+    uint32_t nData;
+    uint32_t nValue;
+} HashSlot;
+
+/* A table, the host's record. */
+typedef struct {
+    HashSlot *pSlot;
+    int32_t nCount; /* elements, and once more for each replacement; growth begins anew with the elements it keeps */
+    int32_t nSizeIndex;
+    HashFn pfnHash;
+} HashTable;
+
+/* Is shown one slot: its place from 0, its first 8 bytes as InsertHash takes them, its value. It must not change the
+ * table. */
+typedef void (*HashVisitor)(int32_t nSlot, uint64_t ullElement, uint32_t nValue);
+
+/* Slots of the table that was made or has grown last; all tables are probed over that many, so use one at a time. 0 at
+ * load. */
+extern QV_API uint32_t nHashLenth;
+
+/* Makes a table. nSizeIndex: 0 to 3 for 127, 179, 229, 277 slots. 0; -1 other index, no memory, null. What the record
+ * held is not released, and a refused index clears nCount. Changes nHashLenth, unless the index or a pointer is
+ * refused. */
+QV_API int32_t InitHashTable(HashTable *pTable, HashFn pfnHash, int32_t nSizeIndex) QV_NOEXCEPT;
+
+/* Inserts an element (key of 1 to 3 bytes; one that holds a zero byte is searched only up to it, so that it is not
+ * found again). nMode: 0x31 replaces the element of an equal key.
+ * 0; -1 other key length, the key is there already, or too many collisions: the table has grown then; insert the
+ * element again. A table whose nSizeIndex is 3 does not grow any more: -1 is final there. Growth drops elements whose
+ * value is 0, and one for each time that it has to grow once more. Changes nHashLenth when the table grows. */
+QV_API int32_t InsertHash(HashTable *pTable, uint64_t ullElement, uint32_t nValue, int32_t nMode) QV_NOEXCEPT;
+
+/* Finds a key. pnSlot: out, its slot. 0; -1 absent or null (pnSlot stays). */
+QV_API int32_t FindHash(HashTable *pTable, const char *pszKey, int32_t *pnSlot) QV_NOEXCEPT;
+
+/* Shows every used slot below nHashLenth to pfnVisit, in order, and logs how many there are. nHashLenth; 0 null. */
+QV_API int32_t TraverseHash(HashTable *pTable, HashVisitor pfnVisit) QV_NOEXCEPT;
+
+/* Releases the slots and clears the record. */
+QV_API void DestroyHashTable(HashTable *pTable) QV_NOEXCEPT;
+
+/* Steps of the above. SearchHash: pnSlot: out, the key's slot or the one to insert it at; pnCollisions: in and out,
+ * the collisions so far, 0 at first. 0; -1 absent, or null. collision: moves *pnSlot (in and out) on by nCount slots,
+ * modulo nHashLenth. RecreateHashTable: grows the table as InsertHash does, unless it has the largest size already.
+ * Changes nHashLenth. */
+QV_API int32_t SearchHash(HashTable *pTable, const char *pszKey, int32_t *pnSlot, int32_t *pnCollisions) QV_NOEXCEPT;
+QV_API void collision(int32_t *pnSlot, int32_t nCount) QV_NOEXCEPT;
+QV_API void RecreateHashTable(HashTable *pTable) QV_NOEXCEPT;
+
+/* ---- files ------------------------------------------------------------------------------------------------------- */
+
+/* Size of a file in bytes; -1 when it cannot be told. */
+QV_API int64_t get_file_size(const char *pszPath) QV_NOEXCEPT;
+
+/* Reads a file. pnLen: in, size of pBuf in bytes; stays. 0; -1 no such file, or it cannot be read, or null pnLen; -2
+ * pBuf is null or too small: *pnLen is the file's size then (at most 4,294,967,295). */
+QV_API int32_t ReadFileData(const char *pszPath, uint8_t *pBuf, uint32_t *pnLen) QV_NOEXCEPT;
+
+/* Writes nothing but a log line. Always -1. */
+QV_API int32_t WriteDataToFile(int32_t nUnused, const char *pszName, const uint8_t *pData, int32_t nLen) QV_NOEXCEPT;
+
+/* Writes a file anew (0666 less the umask, which is 0 once the log has made a folder). nLen: bytes. 1; 0 when it could
+ * not be opened or not all could be written; null data or a negative length: 0, the file stays. */
+QV_API int32_t WriteFileData(const char *pszPath, const uint8_t *pData, int32_t nLen) QV_NOEXCEPT;
+
+/* Copies a file, as WriteFileData writes one. nOverwrite: 0 leaves a target that can be read as it is. 1 copied; 0 not,
+ * or not all of it (what was written stays). A file is never copied onto itself. */
+QV_API int32_t CopyFile(const char *pszSource, const char *pszTarget, int32_t nOverwrite) QV_NOEXCEPT;
+
+/* 1 for a path that ends in "/", there or not, and for a directory that can be read; else 0. */
+QV_API int32_t PathIsDirectory(const char *pszPath) QV_NOEXCEPT;
+
+/* Empties a file (a missing one is made) and removes it. 0; -1 it could not be removed (a directory, for one), or
+ * null. */
+QV_API int32_t Remove_Img(const char *pszPath) QV_NOEXCEPT;
+
+/* A file's contents as Base64 text with a NUL. pszText: out, at least (size + 2) / 3 * 4 + 1 bytes. 0; -1 an empty
+ * file, one that cannot be read, more than 1,610,612,733 bytes, no memory, or null text; -2 it cannot be opened. */
+QV_API int32_t GetBase64DataEx(const char *pszPath, char *pszText) QV_NOEXCEPT;
+
+/* The same with a size. pnLen: in, size of pText in bytes; out, characters of the text. The rest of pText is cleared;
+ * a text that fills it has no NUL. 0; -1 no such file, it cannot be read, no memory, or null pnLen; -2 pText is null or
+ * too small (*pnLen is what it takes then), or an empty or too large file (pText is cleared). */
+QV_API int32_t GetBase64FromFile(const char *pszPath, char *pText, uint32_t *pnLen) QV_NOEXCEPT;
+
+/* Does nothing. */
+QV_API void GetTempFilePath(char *p1, char *p2, int32_t n) QV_NOEXCEPT;
 
 QV_END_DECLS
 

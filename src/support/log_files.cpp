@@ -7,14 +7,13 @@
 
 #include "bounded_text.h"
 #include "clock.h"
+#include "directory.h"
 #include "library_path.h"
 #include "log.h"
 
 #include <array>
 #include <cerrno>
 #include <cstdio>
-#include <dirent.h>
-#include <memory>
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -27,11 +26,6 @@ constexpr int nDaysKept = 15;
 constexpr int nDaysOfOtherYear = 16; // the age of a file of another year or a later month: too old
 
 std::array<char, qv::nLogPathSize> s_szLogPath{};
-
-struct CloseDirectory {
-    void operator()(DIR *pDir) const noexcept { closedir(pDir); }
-};
-using Directory = std::unique_ptr<DIR, CloseDirectory>;
 
 struct Date {
     int nYear, nMonth, nDay;
@@ -107,7 +101,7 @@ int32_t GetLogList(const char *pszDir, char (*pNames)[nNameSize], int32_t *pnCou
     if (pszDir == nullptr || pNames == nullptr || pnCount == nullptr)
         return RET_PUB_FAIL;
     *pnCount = 0;
-    Directory dir(opendir(pszDir));
+    const qv::Directory dir(opendir(pszDir));
     if (dir == nullptr) {
         QV_LOG(qv::kLogPublic, "_findfirst ERR\r\n");
         return RET_PUB_FAIL;

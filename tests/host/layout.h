@@ -16,6 +16,23 @@
 
 QV_SIZE(EndConditionFn, 8);
 
+QV_SIZE(Sha1Context, 92);
+QV_FIELD(Sha1Context, nTotal, 0, 8);
+QV_FIELD(Sha1Context, nState, 8, 20);
+QV_FIELD(Sha1Context, ucBuffer, 28, 64);
+
+QV_SIZE(HashSlot, 12);
+QV_FIELD(HashSlot, ucKey, 0, 3);
+QV_FIELD(HashSlot, ucKeyLen, 3, 1);
+QV_FIELD(HashSlot, nData, 4, 4);
+QV_FIELD(HashSlot, nValue, 8, 4);
+
+QV_SIZE(HashTable, 24);
+QV_FIELD(HashTable, pSlot, 0, 8);
+QV_FIELD(HashTable, nCount, 8, 4);
+QV_FIELD(HashTable, nSizeIndex, 12, 4);
+QV_FIELD(HashTable, pfnHash, 16, 8);
+
 QV_SIZE(TransPortParam, 440);
 QV_FIELD(TransPortParam, nWord1, 0, 4);
 QV_FIELD(TransPortParam, nType, 4, 4);

@@ -1,0 +1,13 @@
+# What the library does for hosts beside readers. OpenSSL is the peer of the ciphers.
+find_package(OpenSSL REQUIRED COMPONENTS Crypto)
+qv_add_test(support_des SOURCES support_des.cpp) # reads the stack that a call has left, which valgrind refuses
+qv_add_test(support_sha1 SOURCES support_sha1.cpp LABELS small)
+qv_add_test(support_random_peers SOURCES support_random_peers.cpp) # a million inputs: too many under valgrind
+target_link_libraries(test_support_random_peers PRIVATE OpenSSL::Crypto)
+qv_add_test(support_hashes SOURCES support_hashes.cpp LABELS small)
+qv_add_test(support_hash_table SOURCES support_hash_table.cpp FAKE_CLOCK LABELS small)
+qv_add_test(support_hash_growth SOURCES support_hash_growth.cpp LABELS small)
+qv_add_test(support_files SOURCES support_files.cpp FAKE_CLOCK LABELS small)
+qv_add_test(support_file_failures SOURCES support_file_failures.cpp LABELS small)
+qv_add_test(support_file_base64 SOURCES support_file_base64.cpp LABELS small)
+qv_add_test(support_file_calls SOURCES support_file_calls.cpp file_calls.cpp LABELS small)
