@@ -8,6 +8,8 @@
 
 #include "qvreader/support.h"
 
+#include "big_endian.h"
+
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -160,19 +162,6 @@ void schedule(const uint8_t *pKey, Direction direction, RoundKeys &keys) noexcep
     }
 }
 
-uint32_t load(const uint8_t *p) noexcept
-{
-    return uint32_t{p[0]} << 24 | uint32_t{p[1]} << 16 | uint32_t{p[2]} << 8 | p[3];
-}
-
-void store(uint32_t n, uint8_t *p) noexcept
-{
-    p[0] = static_cast<uint8_t>(n >> 24);
-    p[1] = static_cast<uint8_t>(n >> 16);
-    p[2] = static_cast<uint8_t>(n >> 8);
-    p[3] = static_cast<uint8_t>(n);
-}
-
 struct Halves {
     uint32_t l, r;
 };
@@ -187,7 +176,7 @@ void swapBits(uint32_t &a, uint32_t &b, unsigned nBy, uint32_t nMask) noexcept
 
 Halves initialPermutation(const uint8_t *pBlock) noexcept
 {
-    uint32_t l = load(pBlock), r = load(pBlock + 4);
+    uint32_t l = qv::loadBigEndian(pBlock), r = qv::loadBigEndian(pBlock + 4);
     swapBits(l, r, 4, 0x0F0F0F0F);
     swapBits(l, r, 16, 0x0000FFFF);
     swapBits(r, l, 2, 0x33333333);
@@ -204,8 +193,8 @@ void finalPermutation(Halves halves, uint8_t *pBlock) noexcept
     swapBits(r, l, 2, 0x33333333);
     swapBits(l, r, 16, 0x0000FFFF);
     swapBits(l, r, 4, 0x0F0F0F0F);
-    store(l, pBlock);
-    store(r, pBlock + 4);
+    qv::storeBigEndian(l, pBlock);
+    qv::storeBigEndian(r, pBlock + 4);
 }
 
 uint32_t roundFunction(uint32_t nHalf, uint64_t nKey) noexcept

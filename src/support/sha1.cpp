@@ -4,6 +4,8 @@
 
 #include "qvreader/support.h"
 
+#include "big_endian.h"
+
 #include <algorithm>
 #include <array>
 #include <bit>
@@ -120,14 +122,6 @@ void compress(uint32_t (&aState)[5], const uint8_t *pBlocks, size_t nBlocks) noe
     std::copy(sums.begin(), sums.end(), aState);
 }
 
-void store(uint32_t n, uint8_t *p) noexcept
-{
-    p[0] = static_cast<uint8_t>(n >> 24);
-    p[1] = static_cast<uint8_t>(n >> 16);
-    p[2] = static_cast<uint8_t>(n >> 8);
-    p[3] = static_cast<uint8_t>(n);
-}
-
 } // namespace
 
 void sha1_starts(Sha1Context *pCtx) noexcept
@@ -178,11 +172,11 @@ void sha1_finish(Sha1Context *pCtx, uint8_t *pDigest) noexcept
     std::memcpy(tail.data(), pCtx->ucBuffer, nUsed);
     tail[nUsed] = 0x80;
     uint8_t *pBits = tail.data() + (nBlocks - 1) * nBlock + nBitsAt;
-    store(pCtx->nTotal[1] << 3 | pCtx->nTotal[0] >> 29, pBits);
-    store(pCtx->nTotal[0] << 3, pBits + 4);
+    qv::storeBigEndian(pCtx->nTotal[1] << 3 | pCtx->nTotal[0] >> 29, pBits);
+    qv::storeBigEndian(pCtx->nTotal[0] << 3, pBits + 4);
     compress(pCtx->nState, tail.data(), nBlocks);
     for (uint32_t nWord : pCtx->nState) {
-        store(nWord, pDigest);
+        qv::storeBigEndian(nWord, pDigest);
         pDigest += 4;
     }
 }
