@@ -125,8 +125,8 @@ int32_t WriteFileData(const char *pszPath, const uint8_t *pData, int32_t nLen) n
 {
     if (pData == nullptr || nLen < 0)
         return 0;
-    const qv::UniqueFd file = openToWrite(pszPath);
-    return file && writeAll(file, {pData, static_cast<size_t>(nLen)}) ? 1 : 0;
+    qv::UniqueFd file = openToWrite(pszPath);
+    return file && writeAll(file, {pData, static_cast<size_t>(nLen)}) && file.close() ? 1 : 0;
 }
 
 int32_t CopyFile(const char *pszSource, const char *pszTarget, int32_t nOverwrite) noexcept
@@ -140,13 +140,13 @@ int32_t CopyFile(const char *pszSource, const char *pszTarget, int32_t nOverwrit
     std::optional<size_t> nRead = readSome(source, block);
     if (!nRead)
         return 0; // a directory, for one; the target stays
-    const qv::UniqueFd target = openToWrite(pszTarget);
+    qv::UniqueFd target = openToWrite(pszTarget);
     if (!target)
         return 0;
     for (; nRead && *nRead > 0; nRead = readSome(source, block))
         if (!writeAll(target, {block.data(), *nRead}))
             return 0;
-    return nRead ? 1 : 0;
+    return nRead && target.close() ? 1 : 0;
 }
 
 int32_t PathIsDirectory(const char *pszPath) noexcept

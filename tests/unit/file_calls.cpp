@@ -46,6 +46,15 @@ extern "C" [[gnu::visibility("default")]] ssize_t write(int nFd, const void *pBu
     return n < 0 ? n : syscall(SYS_write, nFd, pBuf, n);
 }
 
+extern "C" [[gnu::visibility("default")]] int close(int nFd)
+{
+    const auto nRet = static_cast<int>(syscall(SYS_close, nFd));
+    if (s_pCalls == nullptr || !s_pCalls->bCloseFails)
+        return nRet;
+    errno = s_pCalls->nErrno;
+    return -1;
+}
+
 extern "C" [[gnu::visibility("default")]] int open(const char *pszPath, int nFlags, ...)
 {
     va_list args;

@@ -10,6 +10,7 @@ struct FileCalls {
     size_t nPiece = SIZE_MAX; // bytes that one read or write moves at most
     int nBeforeError = -1;    // reads and writes that work before one fails; negative: none fails
     int nErrno = 0;           // of the one that fails
+    bool bCloseFails = false; // closes with nErrno, the descriptor is gone
     int nLeftToChildren = 0;  // out: files that were opened without close-on-exec
 };
 

@@ -127,4 +127,18 @@ TEST_F(FileCallsOfTheLibrary, ThatFailInTheMiddleAreNoSuccess)
         EXPECT_EQ(copy({.nPiece = 1024, .nBeforeError = nBefore, .nErrno = EIO}), nBefore < 8 ? 0 : 1) << nBefore;
 }
 
+// A network file system may tell of a full disk only when the file is closed.
+TEST_F(FileCallsOfTheLibrary, ThatFailToCloseWhatWasWrittenAreNoSuccess)
+{
+    made("source", m_sText);
+    for (int nErrno : {EIO, ENOSPC, EINTR}) {
+        const FileCalls failing{.nErrno = nErrno, .bCloseFails = true};
+        Out out(m_sText.size());
+        EXPECT_EQ(write(failing), 0) << nErrno;
+        EXPECT_EQ(copy(failing), 0) << nErrno;
+        EXPECT_EQ(read(failing, out), 0) << "all was read";
+        EXPECT_EQ(readFile(path("target")), m_sText) << "what was written stays";
+    }
+}
+
 } // namespace

@@ -27,13 +27,10 @@ class UniqueFd {
     explicit operator bool() const noexcept { return m_nFd >= 0; }
     int release() noexcept { return std::exchange(m_nFd, -1); }
 
-    // A close that fails, also with EINTR, has given the descriptor back all the same; it is never repeated.
-    void reset() noexcept
-    {
-        if (m_nFd >= 0)
-            ::close(m_nFd);
-        m_nFd = -1;
-    }
+    // Whether the system kept all that was written; some file systems tell of a full disk only now. A close that
+    // fails, also with EINTR, has given the descriptor back all the same; it is never repeated.
+    bool close() noexcept { return m_nFd < 0 || ::close(release()) == 0; }
+    void reset() noexcept { close(); }
 
   private:
     int m_nFd = -1;
