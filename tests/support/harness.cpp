@@ -137,6 +137,12 @@ std::string rawLog()
     return readFile(logFile());
 }
 
+std::string logWithoutTime()
+{
+    static const std::regex time(R"(\d\d-\d\d \d\d:\d\d:\d\d\(\d{3}\))");
+    return std::regex_replace(rawLog(), time, "T");
+}
+
 std::vector<std::string> logTexts()
 {
     std::vector<std::string> texts;

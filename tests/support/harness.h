@@ -41,6 +41,8 @@ void logOff();
 // wrote, empty lines left out. A typed line's text starts behind its labels; a hex dump reads "title  LEN=2   HEX: 9000".
 std::string rawLog();
 std::vector<std::string> logTexts();
+// The raw log with every time stamp written as "T".
+std::string logWithoutTime();
 // The first line of the raw log that holds this text, with its CR; empty when there is none.
 std::string logLine(const std::string &sText);
 

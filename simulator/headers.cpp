@@ -1,0 +1,1 @@
+// headers.cpp - stands for the headers that many sources share, which are compiled with it.
