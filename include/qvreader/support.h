@@ -52,9 +52,9 @@ QV_API StDebugTip *Dbg_SetDebugLevel(const StDebugTip *pTip) QV_NOEXCEPT;
 
 /* ---- log files ---------------------------------------------------------------------------------------------- */
 
-/* Chooses today's log file, log/QV_yyyymmdd.log beside the library, and deletes log files older than 15 days (also
- * while logging is off). A process that runs past midnight keeps to the file of the day of this call. Always 0.
- * Changes: the log file; the process umask becomes 0. */
+/* Creates log/ beside the library, chooses today's log file in it, QV_yyyymmdd.log, and deletes old files there as
+ * DelOutTimeLogFile does (also while logging is off). A process that runs past midnight keeps to the file of the day of
+ * this call. Always 0. Changes: the log file; the buffer of pGetLogPath; the process umask becomes 0. */
 QV_API int32_t initDriver(void) QV_NOEXCEPT;
 
 /* Sets the version text at the head of every log line. pszVersion: at most 127 characters are kept; null or empty
@@ -78,7 +78,7 @@ QV_API char *GetLogTime(void) QV_NOEXCEPT;
 
 /* Deletes old files from the directory log/ beside the library: those dated more than 15 days ago, and all of another
  * year or of a later month. A file with another name counts with the date of the name listed before it; where there is
- * none it is deleted. Looks at no more than 100 files a call. */
+ * none, or its year, month or day is 0, it is deleted. Looks at no more than 100 files a call. */
 QV_API void DelOutTimeLogFile(void) QV_NOEXCEPT;
 
 /* Lists a directory, "." and ".." left out, in the order in which the system gives the names.
@@ -99,7 +99,7 @@ QV_API void getSoLocationPath(char *pszPath) QV_NOEXCEPT;
  * "[pszSection]" that contains pszKey anywhere, in a buffer of the library (at most 1022 characters) that the next
  * call overwrites; pszDefault itself when there is no such line. Lines that start with "#" or "//" are comments; blanks
  * and a carriage return stay part of the value; later section headers do not end the search; a last line without a
- * line feed is not seen. */
+ * line feed is not seen. A null section, key or file: pszDefault. */
 QV_API char *GetIniKeyString(const char *pszSection, const char *pszKey, const char *pszDefault,
                              const char *pszFile) QV_NOEXCEPT;
 
@@ -115,8 +115,8 @@ QV_API int32_t isWriteLog(void) QV_NOEXCEPT;
 /* Appends one line: version, time, text. The text is formatted as printf does and cut at 4095 bytes. */
 QV_API void DPrintLogToFile(const char *pszFormat, ...) QV_NOEXCEPT QV_PRINTF(1, 2);
 
-/* The same with kind and type labels. nKind: 0 information, 1 error. nType: 1 to 11 (see StDebugTip); 0 is never
- * written. */
+/* The same with kind and type labels. nKind: 0 information, 1 error, others have no label. nType: 1 to 11 (see
+ * StDebugTip), others repeat the kind's label; 0 is never written. */
 QV_API void DPrintLogToFileAddType(int32_t nKind, int32_t nType, const char *pszFormat, ...) QV_NOEXCEPT
     QV_PRINTF(3, 4);
 
@@ -291,8 +291,8 @@ extern QV_API int64_t g_stEndTime;   /* milliseconds since the epoch, set by Get
  * buffer of the library (128 bytes, longer texts are cut) that the next call overwrites. */
 QV_API char *Time_GetLocalTime(const char *pszSep) QV_NOEXCEPT;
 
-/* Local date as YYMMDD, local time as hhmmss. pOut: out, 6 bytes, no NUL is written. Both overwrite the buffer of
- * Time_GetLocalTime. */
+/* Local date as YYMMDD, local time as hhmmss. pOut: out, 6 bytes, no NUL is written; nothing happens for null. Both
+ * overwrite the buffer of Time_GetLocalTime. */
 QV_API void GetTransDate(char *pOut) QV_NOEXCEPT;
 QV_API void GetTransTime(char *pOut) QV_NOEXCEPT;
 
@@ -303,7 +303,8 @@ QV_API int32_t time_Valid_YYMMDD(const uint8_t *pBcd) QV_NOEXCEPT;
 /* Milliseconds since the epoch, cut to 32 bits; 0 if the clock cannot be read. */
 QV_API uint32_t GetTickCount(void) QV_NOEXCEPT;
 
-/* Stores the time in g_stStartTime / g_stEndTime (milliseconds since the epoch) and returns it. */
+/* Stores the time in g_stStartTime / g_stEndTime (milliseconds since the epoch; 0 if the clock cannot be read) and
+ * returns it. */
 QV_API int64_t GetTickCountStartTime(void) QV_NOEXCEPT;
 QV_API int64_t GetTickCountEndTime(void) QV_NOEXCEPT;
 
@@ -367,8 +368,8 @@ typedef struct {
     uint8_t ucBuffer[64]; /* the block that is not full yet */
 } Sha1Context;
 
-/* Begins a digest. / Appends nLen bytes. / Compresses one block of 64 bytes. / Ends it; pDigest: out, 20 bytes. Null
- * pointers: nothing happens. */
+/* Begins a digest. / Appends nLen bytes. / Compresses one block of 64 bytes. / Ends it; pDigest: out, 20 bytes; the
+ * record has to begin anew then. Null pointers: nothing happens. */
 QV_API void sha1_starts(Sha1Context *pCtx) QV_NOEXCEPT;
 QV_API void sha1_update(Sha1Context *pCtx, const uint8_t *pData, uint32_t nLen) QV_NOEXCEPT;
 QV_API void sha1_process(Sha1Context *pCtx, const uint8_t *pBlock) QV_NOEXCEPT;
@@ -400,8 +401,8 @@ typedef struct {
 
 /* A table, the host's record. */
 typedef struct {
-    HashSlot *pSlot;
-    int32_t nCount; /* elements, and once more for each replacement; growth begins anew with the elements it keeps */
+    HashSlot *pSlot; /* made by InitHashTable only: every table owns as many slots as the largest has */
+    int32_t nCount;  /* elements, and once more for each replacement; growth begins anew with the elements it keeps */
     int32_t nSizeIndex;
     HashFn pfnHash;
 } HashTable;
@@ -421,24 +422,28 @@ QV_API int32_t InitHashTable(HashTable *pTable, HashFn pfnHash, int32_t nSizeInd
 
 /* Inserts an element (key of 1 to 3 bytes; one that holds a zero byte is searched only up to it, so that it is not
  * found again). nMode: 0x31 replaces the element of an equal key.
- * 0; -1 other key length, the key is there already, or too many collisions: the table has grown then; insert the
- * element again. A table whose nSizeIndex is 3 does not grow any more: -1 is final there. Growth drops elements whose
- * value is 0, and one for each time that it has to grow once more. Changes nHashLenth when the table grows. */
+ * 0; -1 other key length, the key is there already, a table that was not made, or too many collisions: the table has
+ * grown then; insert the element again. The table does not grow, and -1 is final, where nSizeIndex is 3 already or
+ * memory is short. Growth drops elements whose value is 0, and one for each time that it has to grow once more. Changes
+ * nHashLenth when the table grows. */
 QV_API int32_t InsertHash(HashTable *pTable, uint64_t ullElement, uint32_t nValue, int32_t nMode) QV_NOEXCEPT;
 
 /* Finds a key. pnSlot: out, its slot. 0; -1 absent or null (pnSlot stays). */
 QV_API int32_t FindHash(HashTable *pTable, const char *pszKey, int32_t *pnSlot) QV_NOEXCEPT;
 
-/* Shows every used slot below nHashLenth to pfnVisit, in order, and logs how many there are. nHashLenth; 0 null. */
+/* Logs the number of the last slot, nHashLenth - 1, and shows every used slot below nHashLenth to pfnVisit, in order.
+ * nHashLenth; 0 for null or a table that was not made, after the log line. */
 QV_API int32_t TraverseHash(HashTable *pTable, HashVisitor pfnVisit) QV_NOEXCEPT;
 
 /* Releases the slots and clears the record. */
 QV_API void DestroyHashTable(HashTable *pTable) QV_NOEXCEPT;
 
-/* Steps of the above. SearchHash: pnSlot: out, the key's slot or the one to insert it at; pnCollisions: in and out,
- * the collisions so far, 0 at first. 0; -1 absent, or null. collision: moves *pnSlot (in and out) on by nCount slots,
- * modulo nHashLenth. RecreateHashTable: grows the table as InsertHash does, unless it has the largest size already.
- * Changes nHashLenth. */
+/* Steps of the above. SearchHash: pnSlot: out, the key's slot, the free one to insert it at, or the last one probed
+ * when nHashLenth collisions are reached; pnCollisions: in and out, the collisions so far, 0 at first. 0; -1 absent;
+ * -1 with pnSlot untouched for null, a table that was not made, and while nHashLenth is 0. collision: moves *pnSlot (in
+ * and out) on by nCount slots, modulo nHashLenth; not for null or while that is 0. RecreateHashTable: grows the table
+ * as InsertHash does; it stays as it is where it has the largest size already, or memory is short. Changes nHashLenth.
+ */
 QV_API int32_t SearchHash(HashTable *pTable, const char *pszKey, int32_t *pnSlot, int32_t *pnCollisions) QV_NOEXCEPT;
 QV_API void collision(int32_t *pnSlot, int32_t nCount) QV_NOEXCEPT;
 QV_API void RecreateHashTable(HashTable *pTable) QV_NOEXCEPT;
@@ -456,22 +461,22 @@ QV_API int32_t ReadFileData(const char *pszPath, uint8_t *pBuf, uint32_t *pnLen)
 QV_API int32_t WriteDataToFile(int32_t nUnused, const char *pszName, const uint8_t *pData, int32_t nLen) QV_NOEXCEPT;
 
 /* Writes a file anew (0666 less the umask, which is 0 once the log has made a folder). nLen: bytes. 1; 0 when it could
- * not be opened or not all could be written; null data or a negative length: 0, the file stays. */
+ * not be opened or not all could be written; null data (unless nLen is 0) or a negative length: 0, the file stays. */
 QV_API int32_t WriteFileData(const char *pszPath, const uint8_t *pData, int32_t nLen) QV_NOEXCEPT;
 
 /* Copies a file, as WriteFileData writes one. nOverwrite: 0 leaves a target that can be read as it is. 1 copied; 0 not,
- * or not all of it (what was written stays). A file is never copied onto itself. */
+ * or not all of it (what was written stays). A file is never copied onto itself: 0. */
 QV_API int32_t CopyFile(const char *pszSource, const char *pszTarget, int32_t nOverwrite) QV_NOEXCEPT;
 
 /* 1 for a path that ends in "/", there or not, and for a directory that can be read; else 0. */
 QV_API int32_t PathIsDirectory(const char *pszPath) QV_NOEXCEPT;
 
-/* Empties a file (a missing one is made) and removes it. 0; -1 it could not be removed (a directory, for one), or
- * null. */
+/* Empties a file (a missing one is made) and removes it, or removes an empty directory. 0; -1 it could not be removed,
+ * or null. */
 QV_API int32_t Remove_Img(const char *pszPath) QV_NOEXCEPT;
 
 /* A file's contents as Base64 text with a NUL. pszText: out, at least (size + 2) / 3 * 4 + 1 bytes. 0; -1 an empty
- * file, one that cannot be read, more than 1,610,612,733 bytes, no memory, or null text; -2 it cannot be opened. */
+ * file, one that cannot be read, more than 1,610,612,733 bytes, or no memory; -2 it cannot be opened, or null. */
 QV_API int32_t GetBase64DataEx(const char *pszPath, char *pszText) QV_NOEXCEPT;
 
 /* The same with a size. pnLen: in, size of pText in bytes; out, characters of the text. The rest of pText is cleared;

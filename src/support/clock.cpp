@@ -27,6 +27,7 @@ LocalTime localNow() noexcept
         nNow = 0;
     LocalTime local{};
     const time_t nSeconds = nNow / 1000;
+    tzset(); // a host may have changed TZ
     localtime_r(&nSeconds, &local.stFields);
     local.nMillis = static_cast<int>(nNow % 1000);
     return local;

@@ -269,8 +269,8 @@ void oneBlock(const uint8_t *pKey, int32_t nKeyLen, const uint8_t *pIn, uint8_t 
         cipher.block(pIn, pOut);
 }
 
-// Every block that has begun within nLen bytes, the last one whole. How many bytes that is, as far as a result can tell.
-// The key is read anew for each block: the output may lie over it.
+// Every block that has begun within nLen bytes, the last one whole. How many bytes that is, as far as a result can
+// tell. The key is read anew for each block: the output may lie over it.
 int32_t allBlocks(const uint8_t *pKey, int32_t nKeyLen, const uint8_t *pIn, int32_t nLen, uint8_t *pOut,
                   Direction direction) noexcept
 {

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -123,7 +124,7 @@ int32_t WriteDataToFile(int32_t, const char *pszName, const uint8_t *, int32_t) 
 
 int32_t WriteFileData(const char *pszPath, const uint8_t *pData, int32_t nLen) noexcept
 {
-    if (pData == nullptr || nLen < 0)
+    if ((pData == nullptr && nLen != 0) || nLen < 0)
         return 0;
     qv::UniqueFd file = openToWrite(pszPath);
     return file && writeAll(file, {pData, static_cast<size_t>(nLen)}) && file.close() ? 1 : 0;
@@ -163,14 +164,14 @@ int32_t Remove_Img(const char *pszPath) noexcept
     if (pszPath == nullptr)
         return RET_PUB_FAIL;
     openToWrite(pszPath); // a process that has the file open sees it empty, too
-    return ::unlink(pszPath);
+    return std::remove(pszPath);
 }
 
 int32_t GetBase64DataEx(const char *pszPath, char *pszText) noexcept
 {
     constexpr int32_t nCannotOpen = RET_PUB_INVAL_PARAM;
     if (pszText == nullptr)
-        return RET_PUB_FAIL;
+        return nBufferTooSmall;
     const qv::UniqueFd file = openToRead(pszPath);
     struct stat stFile = {};
     if (!file || ::fstat(file.get(), &stFile) != 0)

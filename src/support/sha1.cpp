@@ -1,6 +1,8 @@
 // sha1.cpp - SHA-1 (FIPS 180-1), in pieces or in one call.
 //
 // The message schedule is worked out four words at a time, a few steps before the steps that use it.
+//
+// Messages may be secrets: what the stack held of one is wiped. A host's record is the host's.
 
 #include "qvreader/support.h"
 
@@ -97,10 +99,10 @@ template <size_t nStep> [[gnu::always_inline]] inline void step(State &state, co
 }
 
 template <size_t... i>
-[[gnu::always_inline]] inline void allSteps(State &state, const uint8_t *pBlock, std::index_sequence<i...>) noexcept
+[[gnu::always_inline]] inline void allSteps(State &state, Addends &addends, const uint8_t *pBlock,
+                                            std::index_sequence<i...>) noexcept
 {
     RecentFours recent;
-    alignas(Four) Addends addends;
     // The schedule stays four fours ahead of the steps.
     prepare<0>(recent, addends, pBlock);
     prepare<1>(recent, addends, pBlock);
@@ -113,13 +115,17 @@ template <size_t... i>
 
 void compress(uint32_t (&aState)[5], const uint8_t *pBlocks, size_t nBlocks) noexcept
 {
+    if (nBlocks == 0)
+        return;
     State sums{aState[0], aState[1], aState[2], aState[3], aState[4]};
+    alignas(Four) Addends addends;
     for (; nBlocks > 0; --nBlocks, pBlocks += nBlock) {
         State state = sums;
-        allSteps(state, pBlocks, std::make_index_sequence<nFours>{});
+        allSteps(state, addends, pBlocks, std::make_index_sequence<nFours>{});
         sums = {sums[0] + state[0], sums[1] + state[1], sums[2] + state[2], sums[3] + state[3], sums[4] + state[4]};
     }
     std::copy(sums.begin(), sums.end(), aState);
+    explicit_bzero(addends.data(), sizeof addends);
 }
 
 } // namespace
@@ -175,6 +181,7 @@ void sha1_finish(Sha1Context *pCtx, uint8_t *pDigest) noexcept
     qv::storeBigEndian(pCtx->nTotal[1] << 3 | pCtx->nTotal[0] >> 29, pBits);
     qv::storeBigEndian(pCtx->nTotal[0] << 3, pBits + 4);
     compress(pCtx->nState, tail.data(), nBlocks);
+    explicit_bzero(tail.data(), tail.size());
     for (uint32_t nWord : pCtx->nState) {
         qv::storeBigEndian(nWord, pDigest);
         pDigest += 4;
@@ -189,5 +196,6 @@ int32_t xn_sha1(const uint8_t *pData, uint32_t nLen, uint8_t *pDigest) noexcept
     sha1_starts(&context);
     sha1_update(&context, pData, nLen);
     sha1_finish(&context, pDigest);
+    explicit_bzero(&context, sizeof context);
     return 0;
 }

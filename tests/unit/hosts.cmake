@@ -1,8 +1,9 @@
 # What the library does for hosts beside readers. OpenSSL is the peer of the ciphers.
 find_package(OpenSSL REQUIRED COMPONENTS Crypto)
-qv_add_test(support_des SOURCES support_des.cpp) # reads the stack that a call has left, which valgrind refuses
-target_compile_definitions(test_support_des PRIVATE QV_OPTIMISED=$<NOT:$<CONFIG:Debug>>)
+qv_add_test(support_des SOURCES support_des.cpp LABELS small)
 qv_add_test(support_sha1 SOURCES support_sha1.cpp LABELS small)
+qv_add_test(support_residue SOURCES support_residue.cpp) # reads the stack that a call has left, which valgrind refuses
+target_compile_definitions(test_support_residue PRIVATE QV_OPTIMISED=$<NOT:$<CONFIG:Debug>>)
 qv_add_test(support_random_peers SOURCES support_random_peers.cpp) # a million inputs: too many under valgrind
 target_link_libraries(test_support_random_peers PRIVATE OpenSSL::Crypto)
 qv_add_test(support_hashes SOURCES support_hashes.cpp LABELS small)
@@ -12,3 +13,7 @@ qv_add_test(support_files SOURCES support_files.cpp FAKE_CLOCK LABELS small)
 qv_add_test(support_file_failures SOURCES support_file_failures.cpp LABELS small)
 qv_add_test(support_file_base64 SOURCES support_file_base64.cpp LABELS small)
 qv_add_test(support_file_calls SOURCES support_file_calls.cpp file_calls.cpp LABELS small)
+qv_add_test(support_silent_calls SOURCES support_silent_calls.cpp FAKE_CLOCK LABELS small)
+if(NOT QV_SANITIZE) # the program has a calloc of its own, as sanitizers and valgrind do
+  qv_add_test(support_short_memory SOURCES support_short_memory.cpp short_memory.cpp file_calls.cpp)
+endif()

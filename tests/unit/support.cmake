@@ -1,5 +1,6 @@
 qv_add_test(support_base64 SOURCES support_base64.cpp LABELS small)
 qv_add_test(support_codecs SOURCES support_codecs.cpp LABELS small)
+qv_add_test(support_fillers SOURCES support_fillers.cpp FAKE_CLOCK LABELS small)
 qv_add_test(support_hex SOURCES support_hex.cpp LABELS small)
 qv_add_test(support_numbers SOURCES support_numbers.cpp LABELS small)
 qv_add_test(support_ini SOURCES support_ini.cpp LABELS small)

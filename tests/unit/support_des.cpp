@@ -2,7 +2,6 @@
 
 #include "codec_buffers.h"
 #include "des_answers.h"
-#include "sanitized.h"
 
 #include "qvreader/support.h"
 
@@ -11,9 +10,7 @@
 #include <array>
 #include <climits>
 #include <cstring>
-#include <link.h>
 #include <string>
-#include <ucontext.h>
 
 using namespace qvtest;
 
@@ -298,98 +295,6 @@ TEST(Des, TheCountOfBytesIsNeverNegative)
     EXPECT_EQ(QV_DecryptDES_BYTE(g_k1k2.data(), 12, g_plain.data(), 2147483640, out.bytes()), 2147483640);
     EXPECT_EQ(QV_DecryptDES_BYTE(g_k1k2.data(), 12, g_plain.data(), -1, out.bytes()), 0);
     EXPECT_TRUE(out.untouched());
-}
-
-// ---- what a call leaves in memory ------------------------------------------------------------------------------------
-
-void encryptBlocks(const uint8_t *pKey, int32_t nKeyLen, const uint8_t *pIn, uint8_t *pOut)
-{
-    QV_EncryptDES_BYTE(pKey, nKeyLen, pIn, 8, pOut);
-}
-using Call = void (*)(const uint8_t *pKey, int32_t nKeyLen, const uint8_t *pIn, uint8_t *pOut);
-constexpr Call aCalls[] = {EncryptDES_BYTE, DecryptDES_BYTE, encryptBlocks};
-
-constexpr size_t nStack = 256 * 1024;
-Call g_pfnStackCall = nullptr;
-Bytes g_stackKey;
-
-void callOnce()
-{
-    Block out{};
-    g_pfnStackCall(g_stackKey.data(), static_cast<int32_t>(g_stackKey.size()), g_plain.data(), out.data());
-}
-
-// The stack of one call, as it is after it.
-Bytes stackAfter(Call pfnCall, const Bytes &key)
-{
-    static Bytes s_stack;
-    s_stack.assign(nStack, 0);
-    g_pfnStackCall = pfnCall;
-    g_stackKey = key;
-    static ucontext_t s_here, s_there;
-    getcontext(&s_there);
-    s_there.uc_stack.ss_sp = s_stack.data();
-    s_there.uc_stack.ss_size = s_stack.size();
-    s_there.uc_link = &s_here;
-    makecontext(&s_there, callOnce, 0);
-    swapcontext(&s_here, &s_there);
-    return s_stack;
-}
-
-// Appends the variables of the library to the bytes that pBytes points to.
-int appendVariables(dl_phdr_info *pInfo, size_t, void *pBytes)
-{
-    if (std::strstr(pInfo->dlpi_name, "libqvreader") == nullptr)
-        return 0;
-    auto &variables = *static_cast<Bytes *>(pBytes);
-    for (size_t i = 0; i < pInfo->dlpi_phnum; ++i)
-        if (const auto &part = pInfo->dlpi_phdr[i]; part.p_type == PT_LOAD && (part.p_flags & PF_W) != 0) {
-            const auto *pFrom = reinterpret_cast<const uint8_t *>(pInfo->dlpi_addr + part.p_vaddr);
-            variables.insert(variables.end(), pFrom, pFrom + part.p_memsz);
-        }
-    return 0;
-}
-
-Bytes variablesAfter(Call pfnCall, const Bytes &key)
-{
-    (void)stackAfter(pfnCall, key);
-    Bytes variables;
-    dl_iterate_phdr(appendVariables, &variables);
-    return variables;
-}
-
-// Calls with two keys: at most so many bytes of the memory differ afterwards.
-void expectDiffering(Bytes (*pfnMemoryAfter)(Call, const Bytes &), size_t nMost)
-{
-    for (const Call pfnCall : aCalls)
-        for (const size_t nKeyLen : {8U, 16U, 24U}) {
-            (void)pfnMemoryAfter(pfnCall, Bytes(nKeyLen, 0x10)); // the loader is done with its own work
-            const Bytes one = pfnMemoryAfter(pfnCall, randomBytes(nKeyLen, 1));
-            const Bytes other = pfnMemoryAfter(pfnCall, randomBytes(nKeyLen, 2));
-            EXPECT_GE(one.size(), sizeof g_stDebugTip) << "the library has variables";
-            size_t nDiffering = 0;
-            for (size_t i = 0; i < one.size(); ++i)
-                nDiffering += one[i] != other.at(i);
-            EXPECT_LE(nDiffering, nMost) << nKeyLen;
-        }
-}
-
-// A round key takes 8 bytes, nearly all of which differ between two keys. What may differ is the output, 8 bytes; a
-// library that is not optimised leaves some 30 bytes of the last round as well.
-TEST(DesMemory, KeepsNoRoundKeysOnTheStack)
-{
-    if constexpr (bSanitized)
-        GTEST_SKIP() << "a sanitizer has its own stacks";
-    constexpr size_t nOutput = 8, nBelowOneMore = 11, nUnoptimised = 47;
-    static_assert(nBelowOneMore < 2 * nOutput);
-    expectDiffering(stackAfter, QV_OPTIMISED ? nBelowOneMore : nUnoptimised);
-}
-
-TEST(DesMemory, KeepsNothingOfTheKeyInTheVariablesOfTheLibrary)
-{
-    if constexpr (bSanitized)
-        GTEST_SKIP() << "a sanitizer lets nobody read between variables";
-    expectDiffering(variablesAfter, 0);
 }
 
 } // namespace

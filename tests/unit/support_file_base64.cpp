@@ -54,7 +54,9 @@ TEST_F(Files, ThatGiveNoTextLeaveTheBufferAlone)
     EXPECT_EQ(GetBase64DataEx(made("empty", "").c_str(), text.text()), -1);
     EXPECT_EQ(GetBase64DataEx(path("absent").c_str(), text.text()), -2);
     EXPECT_EQ(GetBase64DataEx(nullptr, text.text()), -2);
-    EXPECT_EQ(GetBase64DataEx(made("data", "x").c_str(), nullptr), -1);
+    EXPECT_EQ(GetBase64DataEx(made("data", "x").c_str(), nullptr), -2);
+    EXPECT_EQ(GetBase64DataEx(path("absent").c_str(), nullptr), -2);
+    EXPECT_EQ(GetBase64DataEx(path("empty").c_str(), nullptr), -2);
     const std::string sSparse = made("sparse", "");
     for (const int64_t nSize : {int64_t{1610612734}, int64_t{5} << 30}) { // the text of the first has 2^31 characters
         ASSERT_EQ(truncate(sSparse.c_str(), nSize), 0);

@@ -153,9 +153,18 @@ TEST_F(Files, AreNotTouchedForANegativeLengthOrNull)
     EXPECT_EQ(WriteFileData(sPath.c_str(), &ucFree, -1), 0);
     EXPECT_EQ(WriteFileData(sPath.c_str(), &ucFree, INT32_MIN), 0);
     EXPECT_EQ(WriteFileData(sPath.c_str(), nullptr, 1), 0);
-    EXPECT_EQ(WriteFileData(sPath.c_str(), nullptr, 0), 0);
+    EXPECT_EQ(WriteFileData(sPath.c_str(), nullptr, -1), 0);
     EXPECT_EQ(WriteFileData(nullptr, &ucFree, 1), 0);
+    EXPECT_EQ(WriteFileData(nullptr, nullptr, 0), 0);
     EXPECT_EQ(readFile(sPath), "kept");
+}
+
+TEST_F(Files, OfNoBytesNeedNoData)
+{
+    EXPECT_EQ(WriteFileData(path("new").c_str(), nullptr, 0), 1);
+    EXPECT_EQ(get_file_size(path("new").c_str()), 0);
+    EXPECT_EQ(WriteFileData(made("emptied", "text").c_str(), nullptr, 0), 1);
+    EXPECT_EQ(get_file_size(path("emptied").c_str()), 0);
 }
 
 TEST_F(Files, AreMadeWithTheRightsThatTheUmaskLeaves)
@@ -275,9 +284,17 @@ TEST_F(Files, ThatAreAbsentAreRemovedAllTheSame)
     EXPECT_EQ(Remove_Img(path("no/such/folder").c_str()), -1);
     EXPECT_EQ(Remove_Img(""), -1);
     EXPECT_EQ(Remove_Img(nullptr), -1);
+}
+
+TEST_F(Files, AreNotRemovedWithTheirDirectoryButAnEmptyOneIs)
+{
     std::filesystem::create_directory(path("dir"));
+    const std::string sInside = made("dir/inside", "kept");
     EXPECT_EQ(Remove_Img(path("dir").c_str()), -1);
-    EXPECT_TRUE(exists(path("dir")));
+    EXPECT_EQ(readFile(sInside), "kept");
+    std::filesystem::remove(sInside);
+    EXPECT_EQ(Remove_Img(path("dir").c_str()), 0);
+    EXPECT_FALSE(exists(path("dir")));
 }
 
 TEST_F(Files, AreDirectoriesWhenTheyOpenAsOneOrEndInASlash)

@@ -10,6 +10,7 @@
 
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 using namespace qvtest;
@@ -44,11 +45,13 @@ TEST(HashTableInit, OfAnotherIndexOrNullAllocatesNothing)
 {
     Table table(DJBHash, 2);
     for (int32_t nIndex : {4, 5, INT32_MAX, -1, INT32_MIN}) {
-        HashTable record{nullptr, 99, 1, nullptr};
+        HashSlot old{};
+        HashTable record{&old, 99, 1, always120};
         EXPECT_EQ(InitHashTable(&record, DJBHash, nIndex), -1);
-        EXPECT_EQ(record.pSlot, nullptr);
-        EXPECT_EQ(record.nCount, 0);
+        EXPECT_EQ(record.pSlot, &old);
+        EXPECT_EQ(record.nCount, 0) << "the one field that changes";
         EXPECT_EQ(record.nSizeIndex, 1);
+        EXPECT_EQ(record.pfnHash, &always120);
         EXPECT_EQ(nHashLenth, 229U);
     }
     EXPECT_EQ(InitHashTable(nullptr, DJBHash, 0), -1);
@@ -249,6 +252,23 @@ TEST(HashTableRecord, WithAnotherSizeIndexIsRefused)
     EXPECT_EQ(nHashLenth, 127U);
 }
 
+TEST(HashTableRecord, WithoutAHashIsRefused)
+{
+    Table table(always120);
+    ASSERT_EQ(table.insert("A"), 0);
+    table->pfnHash = nullptr;
+    EXPECT_EQ(table.insert("B"), -1);
+    EXPECT_EQ(table.find("A"), -1);
+    int32_t nSlot = -7, nCollisions = 0;
+    EXPECT_EQ(SearchHash(table.get(), "A", &nSlot, &nCollisions), -1);
+    EXPECT_EQ(nSlot, -7);
+    RecreateHashTable(table.get());
+    EXPECT_EQ(table->nSizeIndex, 0);
+    EXPECT_EQ(nHashLenth, 127U);
+    table->pfnHash = always120;
+    EXPECT_EQ(table.find("A"), 120);
+}
+
 TEST(HashTableLength, WrittenByAHostNeverLeadsOutsideTheTable)
 {
     for (uint32_t nLength : {0U, 1U, 5U, 1000U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFFU}) {
@@ -289,6 +309,11 @@ void visit(int32_t nSlot, uint64_t ullElement, uint32_t nValue)
     g_visits.push_back({nSlot, ullElement, nValue});
 }
 
+constexpr char szTraversalOf127[] = "\xB9\xFE\xCF\xA3\xB5\xD8\xD6\xB7"
+                                    "0"
+                                    "\xA1\xAB"
+                                    "126\n";
+
 TEST_F(Log, OfATraversalIsOneGbkLineWithTheLastSlot)
 {
     Table table([](const char *psz) { return static_cast<uint32_t>(psz[0]); });
@@ -300,11 +325,32 @@ TEST_F(Log, OfATraversalIsOneGbkLineWithTheLastSlot)
     EXPECT_EQ(TraverseHash(table.get(), visit), 127);
     EXPECT_THAT(g_visits, ElementsAre(Visit{'A', element("A", 0x22), 0}, Visit{'M', element("M", 0x33), 3},
                                       Visit{'z', element("z", 0x11), 1}));
-    EXPECT_THAT(logTexts(), ElementsAre("\xB9\xFE\xCF\xA3\xB5\xD8\xD6\xB7"
-                                        "0"
-                                        "\xA1\xAB"
-                                        "126\n"));
+    EXPECT_THAT(logTexts(), ElementsAre(szTraversalOf127));
     EXPECT_NE(rawLog().find("Public:"), std::string::npos);
+}
+
+TEST_F(Log, OfATraversalStandsThereBeforeTheFirstVisit)
+{
+    Table table(always120);
+    table.insert("A");
+    table.insert("B");
+    static std::vector<size_t> s_lines;
+    logOn();
+    TraverseHash(table.get(), [](int32_t, uint64_t, uint32_t) { s_lines.push_back(logTexts().size()); });
+    EXPECT_THAT(s_lines, ElementsAre(1U, 1U));
+}
+
+TEST_F(Log, OfATraversalThatShowsNothingIsTheSameLine)
+{
+    Table table(always120);
+    table.insert("A");
+    HashTable unmade{};
+    const std::pair<HashTable *, HashVisitor> rows[] = {{nullptr, visit}, {table.get(), nullptr}, {&unmade, visit}};
+    for (const auto &[pTable, pfnVisit] : rows) {
+        logOn();
+        EXPECT_EQ(TraverseHash(pTable, pfnVisit), 0);
+        EXPECT_THAT(logTexts(), ElementsAre(szTraversalOf127));
+    }
 }
 
 TEST(HashTableTraversal, ShowsTheBytesBehindAShortKeyAsTheyWereHandedOver)

@@ -201,6 +201,17 @@ TEST_F(Retention, InitDriverSetsTheFilePurgesAndLogs)
     EXPECT_FALSE(fs::exists(libraryDirectory() + "/Alg_debug.log"));
 }
 
+TEST_F(Retention, InitDriverWritesItsFirstLineBeforeItLists)
+{
+    umask(022);
+    m_clock.set(localSeconds(2026, 11, 20, 1, 2, 3), 4);
+    EXPECT_EQ(initDriver(), 0);
+    // The line stands in the directory that is listed: the file that it has made is in the list.
+    const std::string sHead = "  11-20 01:02:03(004)  INFO:    Public:  ";
+    EXPECT_EQ(readFile(path("QV_20261120.log")), sHead + "3\r\n\r\n" + sHead + "file:QV_20261120.log\r\n\r\n" + sHead +
+                                                     "nbetween data:0\r\n\r\n" + sHead + "initDriver\r\n\r\n");
+}
+
 TEST_F(Retention, InitDriverPurgesAtEveryCallAlsoWhileLoggingIsOff)
 {
     logOff();

@@ -1,4 +1,4 @@
-// Local time as text, the date check, millisecond stamps, sleeping and the fillers, under a clock that stands where the
+// Local time as text, other zones, the date check, millisecond stamps and sleeping, under a clock that stands where the
 // test puts it.
 
 #include "fake_clock.h"
@@ -37,8 +37,6 @@ extern "C" [[gnu::visibility("default")]] unsigned sleep(unsigned nSeconds)
 }
 
 namespace {
-
-constexpr uint8_t ucFree = 0xC5; // what an output byte holds that was not written
 
 using Texts = std::vector<std::string>;
 
@@ -164,6 +162,29 @@ TEST_F(Time, TransDateAndTimeCopySixCharactersWithoutNul)
     EXPECT_EQ(std::string(szOut, 6), "311230");
     GetTransTime(szOut);
     EXPECT_EQ(std::string(szOut, 6), "230059");
+}
+
+// ---- another zone -----------------------------------------------------------------------------------------------------------
+
+// Each call follows by itself: none leans on the one before it.
+TEST_F(Time, ZoneThatAHostChangesHoldsFromTheNextCallOn)
+{
+    m_clock.set(localSeconds(2024, 3, 5, 4, 7, 8), 9); // 2024-03-04 19:37:08 UTC
+    EXPECT_STREQ(GetLogTime(), "03-05 04:07:08(009)");
+    {
+        const Zone zone("UTC0");
+        EXPECT_STREQ(GetLogTime(), "03-04 19:37:08(009)");
+    }
+    EXPECT_STREQ(Time_GetLocalTime(nullptr), "240305040708009");
+    {
+        const Zone zone("UTC0");
+        EXPECT_STREQ(Time_GetLocalTime(nullptr), "240304193708009");
+    }
+    EXPECT_EQ(pGetLogPath(), libraryDirectory() + "/log/QV_20240305.log");
+    {
+        const Zone zone("UTC0");
+        EXPECT_EQ(pGetLogPath(), libraryDirectory() + "/log/QV_20240304.log");
+    }
 }
 
 // ---- date check --------------------------------------------------------------------------------------------------------------
@@ -328,63 +349,6 @@ TEST_F(Time, SignalDoesNotCutASleepShort)
     s_leftOver = {2, 3};
     GeneralSleep(1000);
     EXPECT_EQ(s_slept, (std::vector<unsigned>{5, 3, 2}));
-}
-
-// ---- fillers -------------------------------------------------------------------------------------------------------------------
-
-using Filler = int32_t (*)(int32_t, uint8_t *);
-
-constexpr Filler aFillers[] = {GetRandom, Str_GetRandom};
-
-Bytes fillerReference(time_t nNow, size_t nLen)
-{
-    Bytes data;
-    srand(static_cast<unsigned>(nNow));
-    for (size_t n = 0; n < nLen; ++n) {
-        const unsigned nByte = static_cast<unsigned>(rand()) & 0xFFU;
-        data.push_back(static_cast<uint8_t>(nByte));
-        srand(static_cast<unsigned>(nNow) + static_cast<unsigned>(n) + nByte);
-    }
-    return data;
-}
-
-TEST_F(Time, FillerIsTheGeneratorSeededWithTheTimeAndReseededByEachByte)
-{
-    for (time_t nNow : {time_t{0}, time_t{1}, time_t{1700000000}, time_t{4000000000}})
-        for (size_t nLen : {size_t{1}, size_t{2}, size_t{8}, size_t{16}, size_t{1000}})
-            for (Filler pfn : aFillers) {
-                m_clock.set(nNow);
-                Bytes out(nLen + 4, ucFree);
-                EXPECT_EQ(pfn(static_cast<int32_t>(nLen), out.data()), 0);
-                Bytes expected = fillerReference(nNow, nLen);
-                expected.insert(expected.end(), 4, ucFree);
-                EXPECT_EQ(hex(out), hex(expected)) << nNow;
-            }
-}
-
-TEST_F(Time, FillerRepeatsWithinASecondAndChangesWithIt)
-{
-    for (Filler pfn : aFillers) {
-        Bytes a(16);
-        Bytes b(16);
-        EXPECT_EQ(pfn(16, a.data()), 0);
-        EXPECT_EQ(pfn(16, b.data()), 0);
-        EXPECT_EQ(a, b);
-        m_clock.advance(1);
-        EXPECT_EQ(pfn(16, b.data()), 0);
-        EXPECT_NE(a, b);
-    }
-}
-
-TEST_F(Time, FillerOfNothingWritesNothingAndRefusesNull)
-{
-    for (Filler pfn : aFillers) {
-        Bytes out(8, ucFree);
-        for (int32_t n : {0, -1, INT_MIN})
-            EXPECT_EQ(pfn(n, out.data() + 4), 0) << n;
-        EXPECT_EQ(out, Bytes(8, ucFree));
-        EXPECT_EQ(pfn(8, nullptr), -1);
-    }
 }
 
 } // namespace
