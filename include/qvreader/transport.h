@@ -4,8 +4,9 @@
  * Order of calls: open; then any number of write/read pairs, with end condition and time-out changed between them;
  * cancel from another thread at any time; close.
  *
- * Nothing discards input before a command, since an answer may already stand there. After a time-out a late reply
- * would be taken for the next answer: call ClearReceiveBuffer (serial port) or reopen the port (USB).
+ * While a port is open, nothing discards input before a command, since an answer may already stand there; each open
+ * and close of a tty does. After a time-out a late reply would be taken for the next answer: call ClearReceiveBuffer
+ * (serial port) or reopen the port (USB).
  */
 #ifndef QVREADER_TRANSPORT_H
 #define QVREADER_TRANSPORT_H
@@ -53,10 +54,14 @@ typedef struct {
 
 extern QV_API BackUpParam stBackUpParam; /* all 0 at load; a close leaves it as it is */
 
-/* ---- dispatcher ---------------------------------------------------------------------------------------------- */
+/* ---- dispatcher ------------------------------------------------------------------------------------------------
+ *
+ * Writes, reads, closes and cancels go where stBackUpParam.nType says. While that is neither 1 nor 7, their result is
+ * -1: before the first open, and after COMM_Dev_ChangeTermParam or SetBackUpParam has put another type there. */
 
 /* Opens the transport that pParam->nType names. On success its nTimeOut, pfnEndCondition, nType and bAuxPrefix
- * become those of stBackUpParam (nAuxMode stays); on failure stBackUpParam stays as it is.
+ * become those of stBackUpParam (nAuxMode stays); on failure stBackUpParam stays as it is, but a failed open of type 1
+ * sets g_AuxFd to -2: a port that was open is forgotten, not closed.
  * 0; -1 terminal settings refused or unknown type; -2 null; -3 the tty or the USB device would not open;
  * -50 no such USB device.
  * Changes also what the channel's own open changes (g_AuxFd, g_stOldTermAttr, g_AuxOp; m_targetDev, m_devs, m_handle,
@@ -65,26 +70,25 @@ QV_API int32_t COMM_Dev_OpenTransPort(TransPortParam *pParam) QV_NOEXCEPT;
 QV_API int32_t COMM_Dev_Linux_OpenTransPort(TransPortParam *pParam) QV_NOEXCEPT;
 
 /* Writes len bytes. Bytes written, fewer or 0 when a serial port fails; the transport's negative code (serial and aux
- * -2: no port open, null or nothing to write; USB -50 and -54); -1: no transport was ever opened. */
+ * -2: no port open, null or nothing to write; USB -50 and -54); -1: other nType. */
 QV_API int32_t COMM_Dev_WriteDataToTransPort(const uint8_t *data, uint32_t len) QV_NOEXCEPT;
 QV_API int32_t COMM_Dev_Linux_WriteDataToTransPort(const uint8_t *data, uint32_t len) QV_NOEXCEPT;
 
 /* Reads until the installed end condition is met, maxLen bytes have come, the time-out passes or a cancel comes.
  * buf: out, at least maxLen bytes. Bytes received; serial and aux -2, -55, -56 or -57; USB -50, and 0
- * for a time-out or a cancel; -1: no transport was ever opened.
+ * for a time-out or a cancel; -1: other nType.
  * Takes the whole seconds that it lasted off stBackUpParam.nTimeOut, also when it fails. A time-out below 1
  * waits 1000 seconds (USB 2000), so set the time-out (COMM_Dev_ChangeReadTimeOut) before each exchange. */
 QV_API int32_t COMM_Dev_ReadDataFromTransPort(uint8_t *buf, uint32_t maxLen) QV_NOEXCEPT;
 QV_API int32_t COMM_Dev_Linux_ReadDataFromTransPort(uint8_t *buf, uint32_t maxLen) QV_NOEXCEPT;
 
-/* Closes the port; stBackUpParam stays as it is. 0; -1: no transport was ever opened. Changes g_AuxFd, or m_targetDev,
- * m_devs and m_handle. */
+/* Closes the port; stBackUpParam stays as it is. 0; -1: other nType. Changes g_AuxFd, in aux mode also
+ * g_AuxOp.nTermType where that was unknown; or m_targetDev, m_devs and m_handle. */
 QV_API int32_t COMM_Dev_CloseTransPort(void) QV_NOEXCEPT;
 QV_API int32_t COMM_Dev_Linux_CloseTransPort(void) QV_NOEXCEPT;
 
 /* Asks the running read to end and returns without waiting for it: a serial or aux read gives -57, a USB read 0. May be
- * called from any thread. 0 (also when no read runs); -57: no USB device is open, or g_AuxFd is 0; -1: no transport was
- * ever opened. */
+ * called from any thread. 0 (also when no read runs); -57: no USB device is open, or g_AuxFd is 0; -1: other nType. */
 QV_API int32_t COMM_Dev_CancelRead(void) QV_NOEXCEPT;
 QV_API int32_t COMM_Dev_Linux_CancelLinuxRead(void) QV_NOEXCEPT;
 
@@ -118,13 +122,15 @@ extern QV_API int32_t g_AuxFd;               /* descriptor of the open tty, -2: 
 extern QV_API struct termio g_stOldTermAttr; /* the tty's settings as found at open, written back at close */
 
 /* Opens a tty raw, 8 data bits, no parity, 1 stop bit. nBaud: 300, 1200, 2400, 4800, 9600, 19200, 38400, 57600,
- * 115200 or 230400; any other value opens at 9600. The tty may become the controlling terminal.
+ * 115200 or 230400; any other value opens at 9600. The tty may become the controlling terminal. Unread input and output
+ * that is still to be sent are discarded.
  * Where an earlier program has left the tty waiting for a carrier (CLOCAL off), the open waits for it without an end.
  * 0; -1 settings refused (the port is closed again); -3 the path would not open (or is null).
  * Changes g_AuxFd and g_stOldTermAttr. A port that is still open is forgotten, not closed. */
 QV_API int32_t COMM_Com_OpenLinux(const char *szTtyName, uint32_t nBaud) QV_NOEXCEPT;
 
-/* Restores the tty's settings and closes it. Always 0; without an open port it does nothing. Changes g_AuxFd. */
+/* Restores the tty's settings as ResetAux does and closes it. Always 0; without an open port it does nothing. Changes
+ * g_AuxFd. */
 QV_API int32_t COMM_Com_CloseLinux(void) QV_NOEXCEPT;
 
 /* Writes nLen bytes. Bytes written, fewer when the port fails on the way; -2: no port, null or nLen below 1. */
@@ -140,11 +146,12 @@ QV_API int32_t COMM_Com_ReadLinux(uint8_t *buf, uint32_t nMaxLen, int32_t nTimeO
  * 0, also without an open port or a running read; -57 when g_AuxFd is 0. */
 QV_API int32_t COMM_Com_CancelLinuxRead(void) QV_NOEXCEPT;
 
-/* Puts a tty into the raw mode of COMM_Com_OpenLinux; its settings before are kept in g_stOldTermAttr.
- * 0; -1 refused; -2: fd is -2. */
+/* Puts a tty into the raw mode of COMM_Com_OpenLinux; its settings before are kept in g_stOldTermAttr. Waits until all
+ * output is sent; unread input is lost. 0; -1 refused; -2: fd is -2. */
 QV_API int32_t SetTerm(int32_t fd, uint32_t baud) QV_NOEXCEPT;
 
-/* Writes g_stOldTermAttr back to the open tty; unread input is lost. 0; -1 refused; -2: no port. */
+/* Writes g_stOldTermAttr back to the open tty. Waits until all output is sent; unread input is lost. 0; -1 refused;
+ * -2: no port. */
 QV_API int32_t ResetAux(void) QV_NOEXCEPT;
 
 /* Writes len bytes to the open port, repeating short writes. Bytes written, fewer when the port fails on the way;
@@ -155,8 +162,9 @@ QV_API int32_t QV_SendDataToTransPort(const void *data, int32_t len) QV_NOEXCEPT
 QV_API int32_t WriteBlock(int32_t fd, const uint8_t *buf, int32_t len) QV_NOEXCEPT;
 QV_API int32_t ReadBlock(int32_t fd, uint8_t *buf, int32_t len) QV_NOEXCEPT;
 
-/* Wait up to 1 second for fd to become readable / writable and then read / write once. The result of that call; 0
- * when fd did not become ready (WriteUnBlock then discards what is still to be sent). */
+/* Wait up to 1 second for fd to become readable / writable and then read / write once. The result of that call, -1
+ * when it fails; 0 when fd did not become ready (WriteUnBlock then discards what is still to be sent). For null or a
+ * negative len: -1, from WriteUnBlock at once, from ReadUnBlock once fd is ready. */
 QV_API int32_t ReadUnBlock(int32_t fd, uint8_t *buf, int32_t len) QV_NOEXCEPT;
 QV_API int32_t WriteUnBlock(int32_t fd, const uint8_t *buf, int32_t len) QV_NOEXCEPT;
 
@@ -190,13 +198,14 @@ QV_API int32_t SetAuxFd(int32_t fd) QV_NOEXCEPT;
 
 /* Opens the terminal device of standard output as COMM_Com_OpenLinux does and switches the terminal's aux port on.
  * nAuxPort: 1 to 4, any other positive number means 1. nBaud: bits per second, of the tty and of the aux port.
- * bAuxPrefix: 1: ESC "[2h" goes in front. 0; -1 settings refused or nAuxPort (as a signed number) below 1, the port is
- * closed again; -3 standard output is no terminal or would not open. Changes g_AuxFd, g_stOldTermAttr, g_AuxOp. */
+ * bAuxPrefix: other than 0: ESC "[2h" goes in front. 0; -1 settings refused or nAuxPort (as a signed number) below 1,
+ * the port is closed again; -3 standard output is no terminal or would not open. Changes g_AuxFd, g_stOldTermAttr,
+ * g_AuxOp. */
 QV_API int32_t COMM_Com_OpenLinuxAux(uint32_t nTermType, uint32_t nAuxPort, uint32_t nBaud,
                                      uint32_t bAuxPrefix) QV_NOEXCEPT;
 
-/* The second half of it, on the port that is open: prepares prefix and suffix and sends the open sequence. 0, whether
- * or not it could be sent; -2: nAuxPort (as a signed number) below 1. Changes g_AuxOp. */
+/* The second half of it, on the port that is open: prepares prefix and suffix and sends the open sequence, with the
+ * same flag. 0, whether or not it could be sent; -2: nAuxPort (as a signed number) below 1. Changes g_AuxOp. */
 QV_API int32_t COMM_Com_OpenAuxPort(uint32_t nTermType, uint32_t nAuxPort, uint32_t nBaud,
                                     uint32_t bAuxPrefix) QV_NOEXCEPT;
 
@@ -208,11 +217,12 @@ QV_API int32_t COMM_Com_WriteLinuxAux(const uint8_t *data, int32_t len) QV_NOEXC
 QV_API int32_t COMM_Com_ReadLinuxAux(uint8_t *buf, uint32_t nMaxLen, int32_t nTimeOut, EndConditionFn end) QV_NOEXCEPT;
 
 /* Switches the aux port off, then restores the tty's settings and closes it; without an open port it does nothing.
- * bAuxPrefix: 1: ESC "[2l" goes behind. Always 0. Changes g_AuxFd; g_AuxOp.nTermType becomes 1 where it was unknown. */
+ * bAuxPrefix: other than 0: ESC "[2l" goes behind. Always 0. Changes g_AuxFd; g_AuxOp.nTermType becomes 1 where it was
+ * unknown. */
 QV_API int32_t COMM_Com_CloseLinuxAux(uint32_t bAuxPrefix) QV_NOEXCEPT;
 
-/* The first half of it: sends the close sequence. bAuxPrefix: 1: ESC "[2l" goes behind. Always 0, whether or not it
- * could be sent. g_AuxOp.nTermType becomes 1 where it was unknown. */
+/* The first half of it: sends the close sequence, with the same flag. Always 0, whether or not it could be sent.
+ * g_AuxOp.nTermType becomes 1 where it was unknown. */
 QV_API int32_t COMM_Com_CloseAuxPort(uint32_t bAuxPrefix) QV_NOEXCEPT;
 
 /* Open and close sequences of each family, as NUL-terminated text. port, baud: as nAuxPort, nBaud above.
@@ -262,9 +272,9 @@ QV_API int32_t COMM_Hid_OpenLinuxUsbLibHid(uint32_t nVID, uint32_t nPID) QV_NOEX
 /* Closes the device; without one it does nothing. Always 0. Changes m_targetDev, m_devs, m_handle. */
 QV_API int32_t COMM_Hid_CloseLinuxUsbLibHid(void) QV_NOEXCEPT;
 
-/* Writes a command in up to five reports, so that with reports of 64 bytes it has at most 320 bytes.
- * len; -50: not open; -54: more than 1024 bytes or null (nothing is sent), a transfer failed or lasted more than
- * 1 second, or five reports did not suffice. */
+/* Writes a command in up to five reports, so that with reports of 64 bytes it has at most 320 bytes; len 0 sends one
+ * report of zeros. len; -50: not open; -54: more than 1024 bytes or null (nothing is sent), a transfer failed or lasted
+ * more than 1 second, or five reports did not suffice. */
 QV_API int32_t COMM_Hid_WriteLinuxUsbLibHid(const uint8_t *data, uint32_t len) QV_NOEXCEPT;
 
 /* Reads until end (may be null) says complete, nMax bytes have come, nTimeOut seconds are exceeded or a cancel comes.
@@ -290,7 +300,7 @@ QV_API void GetEndpointInfo(const struct libusb_endpoint_descriptor *ep1,
                             const struct libusb_endpoint_descriptor *ep2) QV_NOEXCEPT;
 
 /* Steps of the read: copy a report of n bytes without its trailing zeros, or whole. out: at least n bytes. Bytes
- * copied; 0 for null. */
+ * copied; 0 for null or n below 1. */
 QV_API int32_t GetLinuxDataClearZero(const uint8_t *report, int32_t n, uint8_t *out) QV_NOEXCEPT;
 QV_API int32_t GetLinuxLibDataWithoutZero(const uint8_t *report, int32_t n, uint8_t *out) QV_NOEXCEPT;
 
@@ -315,8 +325,8 @@ QV_API int32_t COMM_Hid_OpenLinuxHid(uint32_t nVID, uint32_t nPID) QV_NOEXCEPT;
 QV_API int32_t COMM_Hid_CloseLinuxHid(void) QV_NOEXCEPT;
 
 /* Writes a command as one output report with report id 0; what the device leaves of it goes out in up to four more.
- * len; -50: not open; -54: more than 1023 bytes or null (nothing is sent), a write failed, or the device took other
- * than len bytes. A failed write also prints a line on standard error. */
+ * len 0 sends the report id alone. len; -50: not open; -54: more than 1023 bytes or null (nothing is sent), a write
+ * failed, or the device took other than len bytes. A failed write also prints a line on standard error. */
 QV_API int32_t COMM_Hid_WriteLinuxHid(const uint8_t *data, uint32_t len) QV_NOEXCEPT;
 
 /* Reads as COMM_Hid_ReadLinuxUsbLibHid does, but takes the first run of bytes that are not zero from each report, and
@@ -332,7 +342,7 @@ QV_API int32_t COMM_Hid_CancelLinuxRead(void) QV_NOEXCEPT;
 QV_API int32_t COMM_Hid_SetSrcLinuxHidClearZero(uint32_t flag) QV_NOEXCEPT;
 
 /* Step of the read: copies the first run of bytes of a report of n bytes that are not zero. out: at least n bytes.
- * Bytes copied; 0 for null. */
+ * Bytes copied; 0 for null or n below 1. */
 QV_API int32_t GetLinuxSrcDataWithoutZero(const uint8_t *report, int32_t n, uint8_t *out) QV_NOEXCEPT;
 
 QV_END_DECLS

@@ -9,6 +9,8 @@
 #include "qvreader/transport.h"
 
 #include <atomic>
+#include <cstddef>
+#include <cstring>
 
 using qv::kLogCommDev;
 
@@ -201,11 +203,11 @@ int32_t SetBackUpParam(const BackUpParam *pParam) noexcept
 {
     if (pParam == nullptr)
         return RET_PUB_INVAL_PARAM;
-    stBackUpParam.nTimeOut = pParam->nTimeOut;
-    stBackUpParam.pfnEndCondition = pParam->pfnEndCondition;
+    // As it lies, padding included: a host may compare the whole.
+    constexpr size_t nRest = offsetof(BackUpParam, nType) + sizeof pParam->nType;
+    std::memcpy(&stBackUpParam, pParam, offsetof(BackUpParam, nType));
     setOpenType(pParam->nType);
-    stBackUpParam.bAuxPrefix = pParam->bAuxPrefix;
-    stBackUpParam.nAuxMode = pParam->nAuxMode;
+    std::memcpy(&stBackUpParam.nType + 1, &pParam->nType + 1, sizeof stBackUpParam - nRest);
     return 0;
 }
 

@@ -127,7 +127,11 @@ int32_t COMM_Hid_WriteLinuxHid(const uint8_t *data, uint32_t len) noexcept
     DPrintDataHexToFile("hid write", data, qv::loggedLength(len));
     if (handle() == nullptr)
         return nNoDevice;
-    if (data == nullptr || len > nCommandMax) {
+    if (data == nullptr) {
+        DPrintLogToFile("no command");
+        return RET_PUB_SEND_FAIL;
+    }
+    if (len > nCommandMax) {
         DPrintLogToFile("a command has at most %d bytes, not %u", static_cast<int>(nCommandMax), len);
         return RET_PUB_SEND_FAIL;
     }

@@ -6,8 +6,12 @@
 
 #include "log.h"
 
+#include <dlfcn.h>
 #include <initializer_list>
 #include <libusb.h>
+
+// A host's stand-in for libusb may have no more than the calls that reach a reader: the library loads all the same.
+#pragma weak libusb_free_config_descriptor
 
 using qv::kLogCommDev;
 
@@ -36,6 +40,20 @@ const libusb_interface *chooseInterface(const libusb_config_descriptor &config, 
     return &config.interface[bFirst ? 0 : 1];
 }
 
+const void *ownerOf(const void *pFunction) noexcept
+{
+    Dl_info info{};
+    return pFunction != nullptr && dladdr(pFunction, &info) != 0 ? info.dli_fbase : nullptr;
+}
+
+// Only to the library that made it: beside a stand-in, a call that this one lacks is the system's libusb's.
+void giveBack(libusb_config_descriptor *pConfig) noexcept
+{
+    if (ownerOf(reinterpret_cast<const void *>(&libusb_free_config_descriptor)) ==
+        ownerOf(reinterpret_cast<const void *>(&libusb_get_active_config_descriptor)))
+        libusb_free_config_descriptor(pConfig);
+}
+
 } // namespace
 
 namespace qv {
@@ -50,7 +68,7 @@ bool learnInterface(libusb_device *pDevice, uint32_t nVID, uint32_t nPID, uint8_
     }
     const libusb_interface *pInterface = chooseInterface(*pConfig, nVID, nPID);
     ucInterface = pInterface == nullptr ? 0 : GetCommInfo(pInterface);
-    libusb_free_config_descriptor(pConfig);
+    giveBack(pConfig);
     return true;
 }
 

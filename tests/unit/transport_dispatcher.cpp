@@ -269,6 +269,17 @@ TEST(DispatcherState, TheWholeRecordIsSetAtOnce)
     expectState(stBackUpParam, 0, nullptr, 0, 0, 0);
 }
 
+TEST(DispatcherState, TheWholeRecordIsSetByteForByte)
+{
+    for (const int nByte : {0x5A, 0xA5}) {
+        BackUpParam state;
+        std::memset(&state, nByte, sizeof state);
+        EXPECT_EQ(SetBackUpParam(&state), 0);
+        EXPECT_EQ(hex(&stBackUpParam, sizeof stBackUpParam), hex(&state, sizeof state));
+    }
+    stBackUpParam = {};
+}
+
 TEST(DispatcherState, TheCommSwitchDoesNothing)
 {
     stBackUpParam = {3, never, 1, 4, -3};

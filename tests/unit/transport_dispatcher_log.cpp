@@ -11,6 +11,11 @@ namespace {
 class DispatcherLog : public Dispatcher {};
 INSTANTIATE_TEST_SUITE_P(Layers, DispatcherLog, testing::Values(&s_outer), [](const auto &) { return "outer"; });
 
+// What writes no line of the dispatcher's own, in neither layer.
+class DispatcherCalm : public Dispatcher {};
+INSTANTIATE_TEST_SUITE_P(Layers, DispatcherCalm, testing::Values(&s_outer, &s_inner),
+                         [](const auto &test) { return test.param->pszName; });
+
 TEST_P(DispatcherLog, AnOpenIsLoggedWithItsResult)
 {
     logOn();
@@ -105,6 +110,47 @@ TEST_P(DispatcherLog, AWriteIsLogged)
     const uint8_t out[] = {0x31};
     EXPECT_EQ(layer().write(out, 1), 1);
     EXPECT_TRUE(logged({"[ICC_WriteDataToLinuxTransPort] Start ", "COMM_Com_WriteLinux nLen = 1 "}));
+}
+
+TEST_P(DispatcherCalm, ASetterWritesNoLine)
+{
+    open();
+    TransPortParam param = record();
+    const BackUpParam state = {3, endsWithEtx, 1, 0, 0};
+    logOn();
+    EXPECT_EQ(layer().endCondition(endsWithEtx), 0);
+    EXPECT_EQ(layer().timeOut(3), 0);
+    EXPECT_EQ(layer().termParam(&param), 0);
+    EXPECT_EQ(layer().termParam(nullptr), -2);
+    EXPECT_EQ(layer().clearZero(1), 0);
+    EXPECT_EQ(SetBackUpParam(&state), 0);
+    EXPECT_EQ(SetBackUpParam(nullptr), -2);
+    EXPECT_EQ(COMM_Dev_UseComm(1), 0);
+    EXPECT_EQ(rawLog(), "");
+    DPrintLogToFile("line");
+    EXPECT_THAT(logTexts(), ElementsAre("line"));
+}
+
+TEST_P(DispatcherCalm, ACancelAndACloseAreToldByTheTransportOnly)
+{
+    open();
+    const std::string sFd = std::to_string(g_AuxFd);
+    logOn();
+    EXPECT_EQ(layer().cancel(), 0);
+    EXPECT_THAT(logTexts(), ElementsAre("[COMM_Com_CancelLinuxRead] Start "));
+    logOn();
+    EXPECT_EQ(layer().close(), 0);
+    EXPECT_THAT(logTexts(), ElementsAre("[COMM_Com_CloseLinux] Start ", "[g_AuxFd = " + sFd + " ] Start  ",
+                                        "[1 g_AuxFd = -2 ] Start  "));
+    stBackUpParam.nAuxMode = 1;
+    logOn();
+    EXPECT_EQ(layer().close(), 0);
+    EXPECT_THAT(logTexts(), ElementsAre("[COMM_Com_CloseLinuxAux] Start ", " g_AuxFd = -2 "));
+    stBackUpParam.nType = 7;
+    logOn();
+    EXPECT_EQ(layer().cancel(), -57);
+    EXPECT_EQ(layer().close(), 0);
+    EXPECT_THAT(logTexts(), ElementsAre("[COMM_Hid_CancelLinuxUsbLibHid] Start ", "Close hid!\n"));
 }
 
 TEST_P(DispatcherLog, AnUnknownTypeLogsNothingBeyondTheStartLine)

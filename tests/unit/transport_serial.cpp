@@ -217,6 +217,37 @@ TEST_F(Serial, TheLinesOfAnOpenAndACloseAreTypedAndKeepTheirLineEnds)
     EXPECT_EQ(logWithoutTime(), line("[COMM_Com_CloseLinux] Start ") + line("[g_AuxFd = -2 ] Start  "));
 }
 
+TEST_F(Serial, AnOpenThatFailsEndsWithItsReason)
+{
+    const auto head = [](const std::string &sName, int nFd) {
+        return line("[COMM_Com_OpenLinux ] Start ") + line(" szTtyName = " + sName + " nBaud = 9600  ") +
+               line("[ open g_AuxFd = " + std::to_string(nFd) + " ] Start  ");
+    };
+    const std::pair<const char *, const char *> rows[] = {
+        {"/nowhere/tty", "No such file or directory"}, {"/tmp", "Is a directory"}, {nullptr, "no name"}};
+    for (const auto &[pszName, pszReason] : rows) {
+        logOn();
+        EXPECT_EQ(COMM_Com_OpenLinux(pszName, 9600), -3);
+        EXPECT_EQ(logWithoutTime(),
+                  head(pszName == nullptr ? "" : pszName, -1) + line(std::string("open failed: ") + pszReason));
+    }
+
+    const int nNext = dup(m_nSecond); // the descriptor that the opens get
+    ::close(nNext);
+    const std::string sOpened = line("open linux com success!\r\n") + line("open linux com success!\r\n");
+    logOn();
+    EXPECT_EQ(COMM_Com_OpenLinux("/dev/null", 9600), -1);
+    EXPECT_EQ(logWithoutTime(),
+              head("/dev/null", nNext) + sOpened + line("terminal settings refused: Inappropriate ioctl for device"));
+    for (unsigned long nRequest : {static_cast<unsigned long>(TCGETA), static_cast<unsigned long>(TCSETAF)}) {
+        s_nRefused = nRequest;
+        logOn();
+        EXPECT_EQ(COMM_Com_OpenLinux(path(), 9600), -1);
+        EXPECT_EQ(logWithoutTime(),
+                  head(path(), nNext) + sOpened + line("terminal settings refused: Input/output error"));
+    }
+}
+
 TEST_F(Serial, EveryLineOfAFailureIsTyped)
 {
     auto expectTyped = [] {

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <cstring>
@@ -108,6 +109,44 @@ TEST_F(Serial, AReadyDescriptorIsWrittenOnce)
     EXPECT_EQ(WriteUnBlock(g_AuxFd, textBytes("xyz").data(), 3), 2);
     EXPECT_THAT(s_flushes, ElementsAre());
     EXPECT_EQ(m_peer->wire(), "78 79");
+}
+
+TEST_F(Serial, ASingleShotOnAReadyDescriptorReturnsWhatTheCallReturns)
+{
+    uint8_t in[2] = {0xC5, 0xC5};
+    const int nReadOnly = ::open("/dev/null", O_RDONLY | O_CLOEXEC),
+              nWriteOnly = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    EXPECT_EQ(ReadUnBlock(nWriteOnly, in, 2), -1);
+    EXPECT_EQ(errno, EBADF);
+    EXPECT_EQ(WriteUnBlock(nReadOnly, in, 2), -1);
+    EXPECT_EQ(errno, EBADF);
+    EXPECT_EQ(ReadUnBlock(nReadOnly, in, 2), 0) << "the end of the file";
+    EXPECT_EQ(WriteUnBlock(nWriteOnly, in, 2), 2);
+    EXPECT_EQ(hex(in), "C5 C5");
+    ::close(nReadOnly);
+    ::close(nWriteOnly);
+
+    ASSERT_EQ(COMM_Com_OpenLinux(path(), 9600), 0);
+    s_flushes.clear();
+    s_writes = {-EIO, 0};
+    EXPECT_EQ(WriteUnBlock(g_AuxFd, textBytes("x").data(), 1), -1);
+    EXPECT_EQ(WriteUnBlock(g_AuxFd, textBytes("x").data(), 1), 0);
+    EXPECT_THAT(s_flushes, ElementsAre()) << "it was ready";
+}
+
+TEST_F(Serial, ASingleShotWithoutABufferFails)
+{
+    Pipe pipe;
+    uint8_t in[2] = {0xC5, 0xC5};
+    EXPECT_EQ(WriteUnBlock(pipe.in(), nullptr, 1), -1);
+    EXPECT_EQ(WriteUnBlock(pipe.in(), in, -1), -1);
+    ASSERT_EQ(::write(pipe.in(), "x", 1), 1);
+    EXPECT_EQ(ReadUnBlock(pipe.out(), nullptr, 1), -1);
+    EXPECT_EQ(ReadUnBlock(pipe.out(), in, -1), -1);
+    pipe.fill();
+    const double nStart = seconds();
+    EXPECT_EQ(WriteUnBlock(pipe.in(), nullptr, 1), -1);
+    EXPECT_LT(seconds() - nStart, 0.9) << "at once, ready or not";
 }
 
 TEST_F(Serial, DescriptorsAbove1023AreServedAndNothingIsOverrun)

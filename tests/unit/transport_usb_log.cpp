@@ -1,5 +1,5 @@
-// The labels in front of what a reader over libusb logs: its own lines are typed, the dumps of what went over the bus are
-// not.
+// What a reader over libusb logs to the byte, failures above all: its own lines are typed, the dumps of what went over the
+// bus are not.
 
 #include "usb_bus.h"
 
@@ -73,31 +73,49 @@ class UsbLog : public UsbBus {
     uint8_t m_buf[64] = {};
 };
 
-TEST_F(UsbLog, EveryLineOfAFailedOpenIsTyped)
+// What an open of the reader, the only device, logs up to the libusb call of that name.
+std::string openedUpTo(const std::string &sCall)
+{
+    std::string sLog =
+        typed("libusb_get_device_list  nret = 1 ") + typed("vid=0403 pid=BCD5\n") + typed("find target device\n");
+    if (sCall != "claim")
+        return sLog;
+    const std::string sEndpoint = ",bmAttributes=03,bInterval=1,wMaxPacketSize=0040",
+                      sRecord = ",cTransferType=03,cTimeInterval=1,cMaxPackeSize[0]=00,cMaxPackeSize[1]=40";
+    return sLog + typed("the num of interface is=2\n") + typed("GetCommInfo Begin,num_altsetting=1") +
+           typed("GetInterfaceInfo Begin,bNumEndpoints=2") + typed("endpoint1,bEndpointAddress=82" + sEndpoint) +
+           typed("endpoint2,bEndpointAddress=02" + sEndpoint) + typed("g_inep,cEpaddress=82" + sRecord) +
+           typed("g_outep,cEpaddress=02" + sRecord) + typed("nInterfaceNum=01\n") + typed("nInep=82,nOutep=02\n");
+}
+
+TEST_F(UsbLog, AFailedOpenEndsWithItsReason)
 {
     struct Row {
-        const char *pszCall; // that fails; empty: none, the device is of other ids
+        const char *pszCall; // that fails
         int nResult;
-        const char *pszText;
+        std::string sLog;
     };
-    const Row rows[] = {{"init", -99, " Have No device"},
-                        {"list", 0, " Have No device"},
-                        {"list", -11, " Have No device"},
-                        {"", 0, "get hiddev err!\n"},
-                        {"open", -3, "libusb open failed\n"},
-                        {"active_config", -5, "get config failed\n"},
-                        {"claim", -6, "Cannot Claim Interface:-6\n"}};
+    const std::string sNone = typed(" Have No device");
+    const Row rows[] = {{"init", -99, typed("libusb_init failed: -99") + sNone},
+                        {"list", 0, typed("libusb_get_device_list  nret = 0 ") + sNone},
+                        {"list", -11, typed("libusb_get_device_list  nret = -11 ") + sNone},
+                        {"descriptor", -4, typed("libusb_get_device_list  nret = 1 ") + typed("get hiddev err!\n")},
+                        {"open", -3, openedUpTo("open") + typed("libusb open failed\n") + typed("libusb_open: -3")},
+                        {"active_config", -5, openedUpTo("active_config") + typed("get config failed\n")},
+                        {"claim", -6, openedUpTo("claim") + typed("Cannot Claim Interface:-6\n")}};
+    m_usb.plug({usbReader(0x0403, 0xBCD5)});
     for (const Row &row : rows) {
         SCOPED_TRACE(testing::Message() << row.pszCall << " " << row.nResult);
-        const std::string sCall = row.pszCall;
-        m_usb.plug({usbReader(0x0403, sCall.empty() ? 0xBCD7 : 0xBCD5)});
-        if (!sCall.empty())
-            m_usb.results(sCall, {row.nResult});
+        m_usb.results(row.pszCall, {row.nResult});
         logOn();
         EXPECT_LT(open(), 0);
-        EXPECT_THAT(logTexts(), Contains(row.pszText));
-        expectAllTyped();
+        EXPECT_EQ(withoutTimes(), row.sLog);
     }
+    m_usb.plug({usbReader(0x0403, 0xBCD7)});
+    logOn();
+    EXPECT_EQ(open(), -50);
+    EXPECT_EQ(withoutTimes(),
+              typed("libusb_get_device_list  nret = 1 ") + typed("vid=0403 pid=BCD7\n") + typed("get hiddev err!\n"));
 }
 
 TEST_F(UsbLog, AnOpenWhileOneIsOpenIsTyped)
@@ -189,10 +207,35 @@ TEST_F(UsbLog, ATypeThatCarriesNoReportsIsTypedAtEachAttempt)
     openReader(64, 1);
     logOn();
     EXPECT_EQ(write("31"), -54);
-    std::string sFive = dumped("hid write  LEN=1   HEX: 31");
+    std::string sLog = dumped("hid write  LEN=1   HEX: 31");
     for (int i = 0; i < 5; ++i)
-        sFive += typed("no support transfer type!\n");
-    EXPECT_TRUE(withoutTimes().starts_with(sFive)) << rawLog();
+        sLog += typed("no support transfer type!\n");
+    EXPECT_EQ(withoutTimes(), sLog + typed("5 reports carried 0 of 1 bytes"));
+}
+
+TEST_F(UsbLog, ARefusedCommandIsDumpedAndTyped)
+{
+    const std::string sDump = dumped("hid write  LEN=1   HEX: 31");
+    logOn();
+    EXPECT_EQ(write("31"), -50);
+    EXPECT_EQ(withoutTimes(), sDump) << "no device, no reason of its own";
+    openReader();
+    logOn();
+    EXPECT_EQ(COMM_Hid_WriteLinuxUsbLibHid(nullptr, 2), -54);
+    EXPECT_EQ(withoutTimes(), dumped("hid write  LEN=2   HEX: ") + typed("no command"));
+    const std::string sMost(2048, '3');
+    logOn();
+    EXPECT_EQ(COMM_Hid_WriteLinuxUsbLibHid(Bytes(1025, 0x33).data(), 1025), -54);
+    EXPECT_EQ(withoutTimes(),
+              dumped("hid write  LEN=1024   HEX: " + sMost) + typed("a command has at most 1024 bytes, not 1025"));
+}
+
+TEST_F(UsbLog, ACommandThatFiveReportsDoNotCarryIsTypedAtTheEnd)
+{
+    openReader(1);
+    logOn();
+    EXPECT_EQ(write("31 32 33 34 35 36"), -54);
+    EXPECT_EQ(withoutTimes(), dumped("hid write  LEN=6   HEX: 313233343536") + typed("5 reports carried 5 of 6 bytes"));
 }
 
 TEST_F(UsbLog, ATypeThatCarriesNoReportsIsToldByWritesOnly)
@@ -216,7 +259,9 @@ TEST_F(UsbLog, ABadTimeOutIsTyped)
     openReader();
     logOn();
     EXPECT_EQ(read(atOnce, 0), 0);
-    EXPECT_TRUE(withoutTimes().starts_with(typed(" Param err") + typed("read nRetVal:-7, nReadOneTm=0\n"))) << rawLog();
+    EXPECT_EQ(withoutTimes(), typed(" Param err") + typed("read nRetVal:-7, nReadOneTm=0\n") +
+                                  dumped("read data  LEN=0   HEX: ") + dumped("read real data  LEN=0   HEX: ") +
+                                  typed("2nReadLen=0\n") + typed("read ret:0\n"));
 }
 
 TEST_F(UsbLog, WithoutADeviceABadTimeOutIsNotLookedAt)
@@ -253,9 +298,10 @@ TEST_F(UsbLog, TheDispatchersReadIsTyped)
     stBackUpParam = {3, atOnce, 7, 0, 0};
     logOn();
     EXPECT_EQ(COMM_Dev_ReadDataFromTransPort(m_buf, sizeof m_buf), 0);
-    EXPECT_TRUE(withoutTimes().starts_with(typed("[COMM_Dev_Linux_ReadDataFromTransPort] Start ") +
-                                           typed("TYPE_USBLIB_HID\n") + typed("read nRetVal:-7, nReadOneTm=0\n")))
-        << rawLog();
+    EXPECT_EQ(withoutTimes(), typed("[COMM_Dev_Linux_ReadDataFromTransPort] Start ") + typed("TYPE_USBLIB_HID\n") +
+                                  typed("read nRetVal:-7, nReadOneTm=0\n") + dumped("read data  LEN=0   HEX: ") +
+                                  dumped("read real data  LEN=0   HEX: ") + typed("2nReadLen=0\n") +
+                                  typed("read ret:0\n"));
 }
 
 } // namespace
