@@ -11,11 +11,13 @@ QV_BEGIN_DECLS
 /* Opens the reader that the request names, asks for its device record and closes it again.
  *
  * requestJson: an object with string members (others count as absent; no value may be longer than 255 bytes, longer
- *   ones are cut):
+ *   ones are cut). Names match in any case; the first that matches counts. A number is read up to its last digit;
+ *   without one it is 0.
  *     "FunctionCode"     must begin with "0001"
  *     "RequestPort"      "0": USB; otherwise the port is /dev/COM and this text
  *     "RequestBaudRate"  bits per second
- *     "RequestTimeOut"   power-up time-out to set, seconds
+ *     "RequestTimeOut"   power-up time-out to set, seconds; while g_stCallBackFunc.nPowerUp is 0 it is not set. The
+ *                        reader's answer is awaited for 3 seconds whatever it is
  *     "RequestIP"        ignored
  * reserved: not null; not read.
  * outJson: out, at least 512 bytes; UTF-8, with a NUL. outLen: out, its length in bytes.
@@ -27,8 +29,9 @@ QV_BEGIN_DECLS
  *    null, no JSON or for another function, or because the port could not be opened.
  * -100: a null argument, or a negative port or time-out.
  *
- * Changes the log file (initDriver), the power-up time-out, the raise flag (to 0), the end condition, and what
- * Dev_Rdz_Ic_OpenPort changes. */
+ * Calls initDriver first, whatever the result: the log file changes, the umask becomes 0, old and foreign files in log/
+ * are deleted. Changes the power-up time-out, the raise flag (to 0), the end condition, and what Dev_Rdz_Ic_OpenPort
+ * and Dev_Rdz_Ic_ClosePort change. */
 QV_API int32_t DEV_CommCall(const char *requestJson, const void *reserved, char *outJson, uint32_t *outLen) QV_NOEXCEPT;
 
 /* Copies a string member of a JSON object, with a NUL. out: out, room for the whole string; it is not bounded here.

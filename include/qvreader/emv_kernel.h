@@ -27,15 +27,19 @@
 
 QV_BEGIN_DECLS
 
-/* ---- process record (g_stProc): where its fields stand, in bytes ---------------------------- */
+/* ---- process record (g_stProc): where its fields stand, in bytes --------------------------------------------------
+ *
+ * Card data, the AID list, a selection and a log begin with a cleared record. What goes on from there keeps what
+ * stands in it, but for: GPO kind, card type and detail; record reading kind and detail; both the buffer and its size
+ * where the pointer is null; completion the fields from EMV_PROC_HAS_ONLINE on. The ARQC changes nothing. */
 enum {
     EMV_PROC_KIND = 0,           /* 32 bits: call kind, below */
-    EMV_PROC_PPSE = 4,           /* 32 bits: 1 select through PPSE (card data only) */
+    EMV_PROC_PPSE = 4,           /* 32 bits: 1 select through PPSE; written for card data only */
     EMV_PROC_CARD_TYPE = 8,      /* 8 bits: the host's card-interface character */
     EMV_PROC_DETAIL = 9,         /* 8 bits: 0; 0x0A transaction log, 0x0B load log */
     EMV_PROC_BUFFER = 16,        /* pointer: the kernel's data buffer */
     EMV_PROC_BUFFER_SIZE = 24,   /* 32 bits: its size, 8192 bytes */
-    EMV_PROC_MODE = 32,          /* 8 bits: the character "1" for card data, lists and logs, else 0 */
+    EMV_PROC_MODE = 32,          /* 8 bits: the character "1" for card data, the AID list and logs, 0 for a selection */
     EMV_PROC_HAS_ONLINE = 60,    /* 32 bits: 1 the online result is there (completion) */
     EMV_PROC_ONLINE_RESULT = 64, /* 32 bits: 0 the issuer answered, -1 it did not */
     EMV_PROC_ISSUER_DATA = 68,   /* up to 2048 bytes: the issuer's answer, binary */

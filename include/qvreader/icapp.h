@@ -334,10 +334,11 @@ QV_API int32_t QV_APP_OpenPort(const char *port, const char *parameter, int32_t 
 QV_API int32_t QV_APP_ClosePort(const char *port, const char *parameter, int32_t baud) QV_NOEXCEPT;
 
 /* Powers up a card. icFlag: the card type of Dev_Rdz_IccPowerOn. atrText: out, at least 1025 characters: the ATR in
- * hexadecimal with a NUL; atrLen: out, its characters; either may be null, which leaves the ATR out. Converted. -2; the
- * codes of opening and of Dev_Rdz_IccPowerOn; 0 without an ATR while g_stCallBackFunc.nPowerUp is 0. Set the power-up
- * time first (QV_APP_SetPowerOnTimeout): with 0, as at load, a read may wait 1000 seconds. Changes the current slot and
- * the read time-out. */
+ * hexadecimal with a NUL; atrLen: out, its characters. They are "" and 0 after every failure, -2 too, and when the
+ * other one is null, which leaves the ATR out. Converted. -2; the codes of opening and of Dev_Rdz_IccPowerOn; 0
+ * without an ATR while g_stCallBackFunc.nPowerUp is 0. Set the power-up time first (QV_APP_SetPowerOnTimeout): with
+ * 0, as at load, a read may wait 1000 seconds. Changes the current slot, the read time-out and, for " ", "!" and
+ * types that name no slot, g_nPowerOnModule. */
 QV_API int32_t QV_APP_PowerOn(const char *port, const char *parameter, int32_t baud, const char *icFlag,
                               uint32_t *atrLen, char *atrText) QV_NOEXCEPT;
 
@@ -402,7 +403,8 @@ QV_API int32_t QV_APP_SetTranseData(void *data) QV_NOEXCEPT;
  * -1. When the kernel fails to run a step the card is powered down (exceptions stand with the calls); begin again with
  * the selection then. Outputs are written as far as a step comes: clear them first. outLen: out, characters. The calls
  * with an icFlag change the card-interface character and g_stProc; those that begin a selection clear g_stProc and
- * g_szEmvbuf. A function of a kernel or a host must not throw. */
+ * g_szEmvbuf. After an open that failed, QV_APP_ReadRecord, _genARQC, _CtlScriptData and _GetTranDetail close all the
+ * same, the others do not. A function of a kernel or a host must not throw. */
 
 /* Reads card data. tagList: the wanted fields, a letter each; empty: -2. out: out, lettered text, as long as the
  * kernel writes it (a field has at most 1003 characters). */
@@ -461,7 +463,8 @@ QV_API int32_t QV_APP_GetTranDetail(const char *port, const char *parameter, int
 
 /* Says that the host has registered a list of tags, which ends with the character end. Sets the TLV-tag flag; the tags
  * themselves go to the kernel by its own means. Converted: -2, although it worked, since no separator stands behind the
- * last tag (0 when end is the separator too); -2 also for null and for a list without its end (the flag stays). */
+ * last tag (0 when end is the separator too); -1 no memory (the flag is set); -2 also for null and for a list without
+ * its end (the flag stays). */
 QV_API int32_t QV_APP_SaveTlvTag(const char *tagList, char separator, char end) QV_NOEXCEPT;
 
 /* QV_APP_getIcInfo with arguments that are ignored between. */

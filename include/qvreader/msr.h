@@ -86,7 +86,8 @@ QV_API int32_t APP_Msg_ReadMsgCard(const char *portName, const char *channel, ui
 /* Writes the texts that are not null: one, 1 and 2, 2 and 3, or all three. Otherwise as APP_Msg_ReadMsgCard.
  * track1 to track3: in, NUL-terminated, may be shortened in place; together at most 1018 bytes, all three 504, and over
  * USB what five reports hold less 6 (64-byte reports: 314), beyond which a part of the command goes out.
- * An engine code; -6 for no texts, or 1 and 3 without 2; -50 also for a null portName. */
+ * An engine code; -6 for no texts, or 1 and 3 without 2; -50 also for a null portName, unless the time-out or a text is
+ * bad as well (-2). */
 QV_API int32_t APP_Msg_WriteMsgCard(const char *portName, const char *channel, uint32_t baud, int32_t format,
                                     uint32_t timeout, char *track1, char *track2, char *track3) QV_NOEXCEPT;
 
@@ -131,12 +132,14 @@ QV_API int32_t TY_Msg_ConvertErr(int32_t code) QV_NOEXCEPT;
  *   unless the name has 16 characters or more. charSet: the recording format.
  * track2, track3: out, at least 256 bytes each; mode 23 with one of them null does the other alone.
  * The engine's code as a standard code: -10 for no buffers or a null portName.
- * Starts logging into today's file (initDriver); otherwise changes what MSG_QV_ReadData changes. */
+ * Begins with initDriver: today's log file, a process umask of 0, and old and foreign files in log/ deleted. Otherwise
+ * changes what MSG_QV_ReadData changes. */
 QV_API int32_t MS_ReadCard(const char *portName, const char *channel, uint32_t baud, uint32_t timeout, int32_t mode,
                            int32_t charSet, char *track2, char *track3) QV_NOEXCEPT;
 
 /* Writes the same tracks; track2, track3: in, NUL-terminated, may be shortened in place. Otherwise as MS_ReadCard, but
- * -99 for no texts or a null portName. */
+ * -99 for no texts and for a null portName (-10 when the time-out or a text is bad as well); changes what
+ * MSG_QV_WriteData changes. */
 QV_API int32_t MS_WriteCard(const char *portName, const char *channel, uint32_t baud, uint32_t timeout, int32_t mode,
                             int32_t charSet, char *track2, char *track3) QV_NOEXCEPT;
 
@@ -166,7 +169,7 @@ QV_API int32_t MSG_QV_WriteData(const char *device, uint32_t baud, const char *e
                                 char *track3) QV_NOEXCEPT;
 
 /* Ends a read that waits. May be called from any thread. 0 (also when nothing waits); -57 no USB device is open, or
- * g_AuxFd is 0; -1 no transport was ever opened. */
+ * g_AuxFd is 0; -1 no transport is chosen (stBackUpParam.nType). */
 QV_API int32_t MSG_QV_CancelRead(void) QV_NOEXCEPT;
 
 /* ---- engine: steps ------------------------------------------------------------------------------------------- */
@@ -179,7 +182,8 @@ QV_API int32_t MSG_QV_CancelRead(void) QV_NOEXCEPT;
 QV_API int32_t ReadTrack(uint32_t bFramed, const uint8_t *cmd, uint32_t len, uint8_t *reply, uint32_t size) QV_NOEXCEPT;
 
 /* Read tracks from the open and prepared reader. out: out, size bytes, the track with NULs behind it, cut to fit; left
- * alone unless the result is 0. ReadTrack123: the whole body with its separators. Results of ReadTrack; -2 null. */
+ * alone unless the result is 0. ReadTrack123: the whole body with its separators. Results and changes of ReadTrack; -2
+ * null (nothing changes). */
 QV_API int32_t ReadTrack1(char *out, uint32_t size) QV_NOEXCEPT;
 QV_API int32_t ReadTrack2(char *out, uint32_t size) QV_NOEXCEPT;
 QV_API int32_t ReadTrack3(char *out, uint32_t size) QV_NOEXCEPT;
@@ -194,7 +198,7 @@ QV_API int32_t ReadTrack123(char *out, uint32_t size) QV_NOEXCEPT;
 QV_API int32_t WriteTrack(uint32_t bFramed, const uint8_t *cmd, uint32_t len, uint32_t timeout) QV_NOEXCEPT;
 
 /* Write texts to the open and prepared reader. Texts are not checked; null: -2, but WriteTrack123 takes it as no data.
- * Results of WriteTrack; -2 too long. */
+ * Results and changes of WriteTrack; -2 also too long (nothing changes then). */
 QV_API int32_t WriteTrack1(const char *text, uint32_t timeout) QV_NOEXCEPT;
 QV_API int32_t WriteTrack2(const char *text, uint32_t timeout) QV_NOEXCEPT;
 QV_API int32_t WriteTrack3(const char *text, uint32_t timeout) QV_NOEXCEPT;
@@ -213,7 +217,7 @@ QV_API int32_t SeperateByTrays(const char *reply, char *first, uint32_t firstSiz
 QV_API const char *SplitMsgData(const char *text, char *out, const char *separator) QV_NOEXCEPT;
 
 /* Looks a character up (any direction but 1; its code is stored) or a code (direction 1; its character is stored).
- * track: 1, or any other for tracks 2 and 3. out: out, 1 byte. 0; -1 not found, or null. */
+ * track: 1, or any other for tracks 2 and 3. out: out, 1 byte. 0; -1 not found (out stays), or null. */
 QV_API int32_t LookupTrackTable(int32_t direction, int32_t track, uint8_t value, uint8_t *out) QV_NOEXCEPT;
 
 /* Checks a text against the characters of its track and cuts it, in place, at the first other one. 0; -2 that is the
@@ -244,8 +248,8 @@ QV_API int32_t tFuncCheckTrackStatusFormat(const uint8_t *reply, int32_t len) QV
 QV_API int32_t Dev_Rdz_MsgOpenPort(const char *portName, const char *channel, uint32_t baud, uint32_t termType,
                                    int32_t timeout) QV_NOEXCEPT;
 
-/* Closes the reader, 100 ms later on a serial link at another rate than 9600 while g_bMsgBaundFlag is 1. 0; -1 nothing
- * was ever opened. */
+/* Closes the reader, 100 ms later on a serial link at another rate than 9600 while g_bMsgBaundFlag is 1. 0; -1 no
+ * transport is chosen. Changes what COMM_Dev_CloseTransPort changes. */
 QV_API int32_t Dev_Rdz_MsgClosePort(void) QV_NOEXCEPT;
 
 /* Adds a USB identity (the low 32 bits of its ids are tried). index: 0 to 9 stores it at that place, tried after the
@@ -288,14 +292,16 @@ QV_API int32_t dev_msg_judgeParamHid(const char *portName) QV_NOEXCEPT;
 QV_API int32_t COMM_Msg_InitCardReaderParam(TransPortParam *param) QV_NOEXCEPT;
 
 /* Opens the reader that the record describes; a null end condition in it becomes MsgEndCondition. 0; -50 the record is
- * busy (nWord4 not 0); -2 null; the dispatcher's codes. */
+ * busy (nWord4 not 0); -2 null; the dispatcher's codes. Changes what COMM_Dev_OpenTransPort changes, stBackUpParam for
+ * one, and on success stRDZ73xx.nType. */
 QV_API int32_t COMM_Msg_OpenCardReader(TransPortParam *param) QV_NOEXCEPT;
 
-/* 0; -50 busy; -1 nothing was ever opened. */
+/* 0; -50 busy; -1 no transport is chosen. Changes what COMM_Dev_CloseTransPort changes. */
 QV_API int32_t COMM_Msg_CloseCardReader(void) QV_NOEXCEPT;
 
 /* One command: 0, -1. One reply into buf (out, len bytes): bytes, 0 or a negative code. bRaw 1: bare, otherwise in a
- * frame. Both: -50 busy. */
+ * frame. Both: -50 busy. The reply resets stRDZ73xx.gStatus, takes its time off stBackUpParam.nTimeOut, and in a frame
+ * changes gEndChar and the end condition as well. */
 QV_API int32_t COMM_Msg_WriteDataToCardReader(uint32_t bRaw, const uint8_t *data, uint32_t len) QV_NOEXCEPT;
 QV_API int32_t COMM_Msg_ReadDataFromCardReader(uint32_t bRaw, uint8_t *buf, uint32_t len) QV_NOEXCEPT;
 
@@ -303,12 +309,13 @@ QV_API int32_t COMM_Msg_ReadDataFromCardReader(uint32_t bRaw, uint8_t *buf, uint
 QV_API int32_t COMM_Msg_CardReaderGetRecStatus(void) QV_NOEXCEPT;
 
 /* Tells the reader how long to wait for a card; seconds: its low 8 bits. 0: accepted, not sent, or no valid answer; -1:
- * another status, or an answer with a body. Leaves g_bIsLinuxHidClearZero 0 and changes what an exchange in a frame
- * changes (gEndChar, end condition, status word). */
+ * another status, or an answer with a body. Leaves g_bIsLinuxHidClearZero 0, takes its time off the read time-out and
+ * changes what else an exchange in a frame changes (gEndChar, end condition, status word). */
 QV_API int32_t COMM_Msg_RDZSetTimeout(uint32_t seconds) QV_NOEXCEPT;
 
 /* Sets the separator between the tracks of a reply. 0 (over USB also when it is not answered); -2 null or empty
- * (nothing is sent); -55 refused, not answered or too long. Changes what an exchange in a frame changes. */
+ * (nothing is sent); -55 refused, not answered or too long. Takes its time off the read time-out and changes what else
+ * an exchange in a frame changes. */
 QV_API int32_t COMM_Msg_RDZSetSeparator(const char *separator) QV_NOEXCEPT;
 
 /* As Dev_Rdz_MsgSetBp and Dev_Rdz_MsgReset. */

@@ -29,7 +29,7 @@ extern QV_API uint8_t gEndChar;  /* end byte that ChangeEndCondition looks for; 
 /* ---- frames -------------------------------------------------------------------------------------------------- */
 
 /* Builds a command frame. data: in, len bytes. out: out, at least 2 * len + 8 bytes; nothing is checked against it.
- * Length of the frame; -1 for null. */
+ * Length of the frame (8 without data); -1 for null out, and for null data with a len above 0. */
 QV_API int32_t Str_RDZ_MakePacket(uint8_t cHead, uint8_t cEnd, const uint8_t *data, uint32_t len,
                                   uint8_t *out) QV_NOEXCEPT;
 
@@ -39,8 +39,8 @@ QV_API int32_t Str_GetPacketBody(uint8_t cHead, uint8_t cEnd, const uint8_t *pac
                                  uint8_t *body) QV_NOEXCEPT;
 
 /* Takes a reply frame apart; the bytes before its head and after its end are ignored. out: out, at least 508 bytes.
- * outLen: out, bytes of the body. 0, the status word is stored; -4 no valid frame (the status word and the outputs
- * stay). */
+ * outLen: out, bytes of the body. 0, the status word is stored; -4 no valid frame, or null (the status word and the
+ * outputs stay). */
 QV_API int32_t Str_RDZ_ParsePacket(uint8_t cHead, uint8_t cEnd, const uint8_t *packet, uint32_t nPacketLen,
                                    uint8_t *out, uint32_t *outLen) QV_NOEXCEPT;
 
@@ -53,25 +53,28 @@ QV_API int32_t COMM_Rdz_OpenReader(TransPortParam *pParam) QV_NOEXCEPT;
 QV_API int32_t COMM_Rdz_CloseReader(void) QV_NOEXCEPT;
 
 /* Sends data in a frame, or as they are when both markers are 0 or stRDZ73xx.nType is 2. 0; -1 when not all could be
- * sent, for null data and for more than a frame holds (nothing is sent). */
+ * sent, for null data and for more than a frame holds (nothing is sent). No data are a frame of 8 bytes; as they are,
+ * -1 (over USB 0, and a report of zeros goes out). */
 QV_API int32_t COMM_Rdz_WriteDataToReader(uint8_t cHead, uint8_t cEnd, const uint8_t *data, uint32_t len) QV_NOEXCEPT;
 
 /* Reads one reply. With cHead other than 0, or cEnd and bParse both other than 0, it is parsed as a frame and its body
  * handed out; otherwise the bytes as they came. out: out, at least nMax bytes; more is cut. nMax 0 reads nothing and
  * changes nothing.
- * Bytes placed in out (0: a reply without body; over USB also no answer, or a cancel); -4 no valid frame; the
- * transport's codes.
- * Resets the status word. With cEnd other than 0, ChangeEndCondition becomes the end condition of this and all later
- * reads. */
+ * Bytes placed in out (0: a reply without body; over USB also no answer, or a cancel); -1 null out (the reply stays on
+ * the line, nothing changes); -4 no valid frame; the transport's codes.
+ * Changes the status word (0, then the reply's) and, by what the read lasted, stBackUpParam.nTimeOut. With cEnd other
+ * than 0, gEndChar becomes cEnd and ChangeEndCondition the end condition of this and all later reads. */
 QV_API int32_t COMM_Rdz_ReadDataFromReader(uint32_t bParse, uint8_t cHead, uint8_t cEnd, uint8_t *out,
                                            uint32_t nMax) QV_NOEXCEPT;
 
-/* One command and its reply. recv null or nMaxReciveBufLen 0: no reply is awaited, 0. send must not be null.
- * As COMM_Rdz_ReadDataFromReader; -54 when the command could not be sent. */
+/* One command and its reply. send: in, nSendLen bytes. recv null or nMaxReciveBufLen 0: no reply is awaited, 0.
+ * As COMM_Rdz_ReadDataFromReader; -54 where COMM_Rdz_WriteDataToReader gives -1. Changes what these two change; the
+ * status word becomes 0 also when no reply is awaited and on -54. */
 QV_API int32_t COMM_Rdz_SendAndReciveData(uint32_t bParse, uint8_t cHead, uint8_t cEnd, const uint8_t *send,
                                           uint32_t nSendLen, uint8_t *recv, uint32_t nMaxReciveBufLen) QV_NOEXCEPT;
 
-/* Sends len bytes, at most 1024, as they are. 0; -1 when not all could be sent. */
+/* Sends len bytes, at most 1024, as they are. 0; -1 when not all could be sent, for null and for more. No bytes: -1
+ * (over USB as above). */
 QV_API int32_t COMM_Rdz_ReaderCmd(const uint8_t *data, uint32_t len) QV_NOEXCEPT;
 
 /* COMM_Dev_CancelRead. May be called from any thread. */
@@ -97,8 +100,8 @@ QV_API int32_t ChangeEndChar(uint8_t c) QV_NOEXCEPT;
 /* End condition: 0 when the last byte is gEndChar, else -1 (also for no bytes). */
 QV_API int32_t ChangeEndCondition(const uint8_t *buf, int32_t len) QV_NOEXCEPT;
 
-/* Selects a port of an external switch box: mode begins with "A", "B", "C" or "K"; anything else sends nothing.
- * 0; -54 when it could not be sent. */
+/* Selects a port of an external switch box: mode begins with "A", "B", "C" or "K"; anything else, null too, does
+ * nothing. 0; -54 when it could not be sent. A selection is an exchange without reply: the status word becomes 0. */
 QV_API int32_t Set_RdzBp(const char *mode) QV_NOEXCEPT;
 
 /* ---- IC command bytes ---------------------------------------------------------------------------------------- */

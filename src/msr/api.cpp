@@ -31,6 +31,15 @@ int32_t modeOf(const void *p1, const void *p2, const void *p3) noexcept
     return modes[nWanted];
 }
 
+// One call with its first and its last line in the log, whichever way it ends.
+template <typename Call> int32_t logged(const char *pszCall, Call call) noexcept
+{
+    QV_LOG(kLogAppMsg, "[%s] Start ", pszCall);
+    const int32_t nRet = call();
+    QV_LOG(kLogAppMsg, "[%s] End nRet = %d  ", pszCall, nRet);
+    return nRet;
+}
+
 void clear(char *pOut, uint32_t nLen) noexcept
 {
     if (pOut != nullptr)
@@ -97,33 +106,31 @@ int32_t APP_Msg_ReadMsgCard(const char *portName, const char *channel, uint32_t 
                             char *track1, uint32_t len1, char *track2, uint32_t len2, char *track3,
                             uint32_t len3) noexcept
 {
-    QV_LOG(kLogAppMsg, "[%s] Start ", __func__);
-    const int32_t nMode = modeOf(track1, track2, track3);
-    if (portName == nullptr || nMode == 0) {
-        QV_LOG(kLogAppMsg, "%s", portName == nullptr ? "no port name" : "no buffers, or tracks 1 and 3 without 2");
-        return RET_PUB_INVAL_PARAM;
-    }
-    clear(track1, len1);
-    clear(track2, len2);
-    clear(track3, len3);
-    const int32_t nRet =
-        MSG_QV_ReadData(portName, baud, channel, format, 0, nMode, timeout, track1, len1, track2, len2, track3, len3);
-    QV_LOG(kLogAppMsg, "[%s] End nRet = %d  ", __func__, nRet);
-    return nRet;
+    return logged(__func__, [=]() noexcept -> int32_t {
+        const int32_t nMode = modeOf(track1, track2, track3);
+        if (portName == nullptr || nMode == 0) {
+            QV_LOG(kLogAppMsg, "%s", portName == nullptr ? "no port name" : "no buffers, or tracks 1 and 3 without 2");
+            return RET_PUB_INVAL_PARAM;
+        }
+        clear(track1, len1);
+        clear(track2, len2);
+        clear(track3, len3);
+        return MSG_QV_ReadData(portName, baud, channel, format, 0, nMode, timeout, track1, len1, track2, len2, track3,
+                               len3);
+    });
 }
 
 int32_t APP_Msg_WriteMsgCard(const char *portName, const char *channel, uint32_t baud, int32_t format, uint32_t timeout,
                              char *track1, char *track2, char *track3) noexcept
 {
-    QV_LOG(kLogAppMsg, "[%s] Start ", __func__);
-    const int32_t nMode = modeOf(track1, track2, track3);
-    if (nMode == 0) {
-        QV_LOG(kLogAppMsg, "no texts, or tracks 1 and 3 without 2");
-        return nNoTexts;
-    }
-    const int32_t nRet = MSG_QV_WriteData(portName, baud, channel, format, 0, nMode, timeout, track1, track2, track3);
-    QV_LOG(kLogAppMsg, "[%s] End nRet = %d  ", __func__, nRet);
-    return nRet;
+    return logged(__func__, [=]() noexcept {
+        const int32_t nMode = modeOf(track1, track2, track3);
+        if (nMode == 0) {
+            QV_LOG(kLogAppMsg, "no texts, or tracks 1 and 3 without 2");
+            return nNoTexts;
+        }
+        return MSG_QV_WriteData(portName, baud, channel, format, 0, nMode, timeout, track1, track2, track3);
+    });
 }
 
 int32_t APP_Msg_CancelReadMsgCard(void) noexcept

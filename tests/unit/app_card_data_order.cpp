@@ -51,6 +51,24 @@ TEST_F(StepOrder, TheCandidatesComeBeforeTheNewRecord)
     }
 }
 
+TEST_F(StepOrder, EachStepBeginsItsLogBeforeTheOpenAndEndsItBehindTheClose)
+{
+    const std::string sEnd = callLine("close()") + callLine("TY_ConvertErr(0)") + appLine("====> nRetConVert  = 0 ");
+    for (const Step &step : s_steps) {
+        if (!hasCardType(step))
+            continue; // their lines stand with their own tests
+        beginSession();
+        logWithCalls();
+        EXPECT_EQ(step.call(szPort), 0) << step.pszName;
+        std::string sHead = line(step, "] Start ") + appLine("[icFlag = 1]");
+        if (isOneOf(step, {"ReadRecord"}))
+            sHead += appLine("pszTaglist = A ");
+        const std::string sLog = logWithoutTime();
+        EXPECT_TRUE(sLog.starts_with(sHead + callLine("open(/dev/reader, , 1, 0, 9600)"))) << sLog;
+        EXPECT_TRUE(sLog.ends_with(sEnd)) << sLog;
+    }
+}
+
 TEST_F(StepOrder, ASelectionsResultIsLoggedBeforeThePowerDown)
 {
     testKernel()->nStart = -7;

@@ -107,6 +107,17 @@ TEST_F(Conversion, APowerDownThatFailsIsConverted)
     EXPECT_EQ(takeCalls(), (Calls{szOpen, "powerDown()", "powerDown()", "close()", "TY_ConvertErr(-31)"}));
 }
 
+TEST_F(Conversion, TheEndOfAPowerDownIsLoggedWithTheResultAsItIsBefore)
+{
+    s_device.nPowerDown = -31;
+    logWithCalls();
+    EXPECT_EQ(QV_APP_PowerOff(szPort, szParameter, nBaud, "x"), -9031);
+    EXPECT_TRUE(logWithoutTime().ends_with(callLine("powerDown()") + callLine("close()") +
+                                           appLine("[QV_APP_PowerOff] End nRet = -31  ") +
+                                           callLine("TY_ConvertErr(-31)")))
+        << logWithoutTime();
+}
+
 TEST_F(Conversion, TheReadersStatusAfterAPowerDownIsNegatedAndConverted)
 {
     stRDZ73xx.gStatus = 0x1005;

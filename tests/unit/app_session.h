@@ -61,6 +61,8 @@ class Session : public ClosedReader {
         return "open " + sPort + "|" + sParameter + "|1|0|" + std::to_string(nBaud);
     }
     static bool portOpen() { return g_AuxFd >= 0; }
+    // The line of a close while s_bLogsCalls is set.
+    static std::string closeLine() { return "  T  call close\r\n"; }
 
     static int32_t openDevice(const char *pszPort, const char *pszParameter, uint32_t nType, uint32_t nReserved,
                               int32_t nBaud)

@@ -54,7 +54,7 @@ class SessionActs : public Session {
 TEST_F(SessionActs, EachOpensActsAndCloses)
 {
     fillTable();
-    s_bReader = true;
+    s_bReader = s_bLogsCalls = true;
     for (const Act &act : m_acts) {
         SCOPED_TRACE(act.pszName);
         expectAct(act);
@@ -62,7 +62,7 @@ TEST_F(SessionActs, EachOpensActsAndCloses)
         EXPECT_EQ(act.call(path()), 0);
         EXPECT_EQ(order(), Order({opened(path(), act.sParameter, 19200), "close"}));
         EXPECT_TRUE(s_bParameter);
-        EXPECT_TRUE(wroteLines({appLine(act.sDone)}));
+        EXPECT_TRUE(wroteLines({appLine(act.sDone), closeLine()}));
         EXPECT_FALSE(portOpen());
         next();
     }

@@ -79,14 +79,14 @@ TEST_F(SessionPower, ATableWithoutOpeningOrClosingDoesNothing)
 
 TEST_F(SessionPower, TheAtrIsUpperCaseTextOfTwiceItsLength)
 {
-    s_bReader = true;
+    s_bReader = s_bLogsCalls = true;
     answer("32 22 00 00 00", 0, "3B 6f ab cd 09 00");
     logOn();
     EXPECT_EQ(powerUp("1"), 0);
     EXPECT_EQ(order(), Order({opened(path(), "A", 38400), "close"}));
     EXPECT_EQ(atr(), "3B6FABCD0900");
     EXPECT_EQ(m_nAtr, 12U);
-    EXPECT_TRUE(wroteLines({appLine("uszAtr = 3B6FABCD0900")}));
+    EXPECT_TRUE(wroteLines({appLine("uszAtr = 3B6FABCD0900"), closeLine()}));
     EXPECT_EQ(stCardReader.nCardSlot, 0);
 }
 
@@ -269,18 +269,18 @@ TEST_F(SessionPower, TheStatusAfterTheCloseCounts)
 TEST_F(SessionPower, TheEndIsLoggedBehindTheClose)
 {
     s_bLogsCalls = true;
-    const std::string sClosed = "  T  call close\r\n";
     for (const char *pszType : {"1", "2", "x"}) {
         s_powerDowns = {{-4, 0}};
         logOn();
         EXPECT_EQ(QV_APP_PowerOff("COM9", "", 9600, pszType), -4);
-        EXPECT_TRUE(logWithoutTime().ends_with(sClosed + appLine("[QV_APP_PowerOff] End nRet = -4  ")))
+        EXPECT_TRUE(logWithoutTime().ends_with(closeLine() + appLine("[QV_APP_PowerOff] End nRet = -4  ")))
             << pszType << logWithoutTime();
     }
     s_powerDowns = {{0, 0}};
     logOn();
     EXPECT_EQ(QV_APP_PowerOff("COM9", "", 9600, "3"), 0);
-    EXPECT_TRUE(logWithoutTime().ends_with(sClosed)) << "the contact card's way has no such line\n" << logWithoutTime();
+    EXPECT_TRUE(logWithoutTime().ends_with(closeLine())) << "the contact card's way has no such line\n"
+                                                         << logWithoutTime();
 }
 
 TEST_F(SessionPower, AFailedOpeningClosesAndPowersNothingDown)

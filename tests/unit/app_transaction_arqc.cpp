@@ -198,6 +198,18 @@ TEST_F(Arqc, TheLogHoldsTheCryptogramsData)
     EXPECT_TRUE(sLog.ends_with(appLine("ASc= 9F26AB") + appLine("====> nRetConVert  = 0 "))) << sLog;
 }
 
+TEST_F(Arqc, TheLinesStandBeforeTheOpenAndBeforeTheClose)
+{
+    packs({0x9F, 0x26, 0xAB});
+    logWithCalls();
+    EXPECT_EQ(makeArqc(), 0);
+    EXPECT_EQ(logWithoutTime(),
+              appLine("[QV_APP_genARQC] Start ") + appLine("First Arqc") + callLine(szOpen) + callLine("SetTVR(80)") +
+                  callLine("TY_SaveData(AMT=1)") + callLine("Emv_QV_Trans(record)") +
+                  callLine("Pack_Data_Emv_Trance(2)") + " T  ARQC -  LEN=3   HEX: 9F26AB\r\n" + appLine("ASc= 9F26AB") +
+                  callLine("close()") + callLine("TY_ConvertErr(0)") + appLine("====> nRetConVert  = 0 "));
+}
+
 TEST_F(Arqc, TheLongestCryptogramsDataAreLoggedToo)
 {
     packs(Bytes(8192, 0xEF));

@@ -149,6 +149,15 @@ TEST_F(TagList, OnlyARefusalIsLogged)
                                     appLine("[QV_APP_SaveTlvTag] a null pointer"));
 }
 
+TEST_F(TagList, EachItemIsCutAtItsSeparatorAndTheLastOneAtTheEnd)
+{
+    logOn();
+    EXPECT_EQ(QV_APP_SaveTlvTag("5A,57;", ',', ';'), -9002);
+    EXPECT_EQ(logTexts(), (Calls{"[Str_GetSplitData] Start szInPut = 5A,57; sPlit = , ", "OutBuf = 5A nLen = 2",
+                                 "[Str_GetSplitData] Start szInPut = 57; sPlit = , ",
+                                 "[Str_GetSplitData] Start szInPut = 57; sPlit = ; ", "OutBuf = 57 nLen = 2"}));
+}
+
 TEST_F(TagList, ALongListIsWalkedToItsEnd)
 {
     std::string sList;

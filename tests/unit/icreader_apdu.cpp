@@ -151,10 +151,14 @@ TEST_F(Apdu, FailuresArePassedOn)
 TEST_F(Apdu, NullIsRefused)
 {
     Bytes capdu = bytes("00 84");
-    EXPECT_LT(COMM_Icc_RDZAPDU(0, nullptr, 2, m_rapdu.data(), &m_nLen), 0);
-    EXPECT_LT(COMM_Icc_CardReaderApdu(0, nullptr, 2, m_rapdu.data(), &m_nLen), 0);
-    EXPECT_LT(COMM_Icc_RDZAPDU(0, capdu.data(), 2, nullptr, &m_nLen), 0);
-    EXPECT_LT(COMM_Icc_CardReaderApdu(0, capdu.data(), 2, m_rapdu.data(), nullptr), 0);
+    ICC_CardCmdSetErrCode(0x1234);
+    for (auto *pfn : {COMM_Icc_RDZAPDU, COMM_Icc_CardReaderApdu}) {
+        EXPECT_EQ(pfn(0, nullptr, 2, m_rapdu.data(), &m_nLen), -2);
+        EXPECT_EQ(pfn(0, capdu.data(), 2, nullptr, &m_nLen), -2);
+        EXPECT_EQ(pfn(0, capdu.data(), 2, m_rapdu.data(), nullptr), -2);
+    }
+    EXPECT_EQ(ICC_CardCmdGetErrCode(), 0x1234U);
+    EXPECT_EQ(m_nLen, 0xC5C5U);
     EXPECT_EQ(m_rapdu, Bytes(1100, 0xC5));
     EXPECT_EQ(m_peer->wire(), "");
 }
@@ -162,8 +166,14 @@ TEST_F(Apdu, NullIsRefused)
 TEST_F(Apdu, AnotherReaderModeAnswersMinus50WithoutTraffic)
 {
     stCardReader.nReaderMode = 3;
+    // The status word of an earlier reply is not this command's: hosts take it for the failure's code.
+    stRDZ73xx.gStatus = 0x1234;
     EXPECT_EQ(inner(0, bytes("00 84")), -50);
+    EXPECT_EQ(stRDZ73xx.gStatus, 0U);
+    stRDZ73xx.gStatus = 0x1234;
     EXPECT_EQ(outer(0, bytes("00 84")), -50);
+    EXPECT_EQ(stRDZ73xx.gStatus, 0U);
+    EXPECT_EQ(m_nLen, 0xC5C5U);
     EXPECT_EQ(m_peer->wire(), "");
 }
 

@@ -310,8 +310,10 @@ TEST_F(AnyCard, AFailedExchangeIsPassedOn)
 TEST_F(AnyCard, AnotherReaderModeIsRefused)
 {
     stCardReader.nReaderMode = 1;
+    stRDZ73xx.gStatus = 0x1234;
     EXPECT_EQ(detect(10), -50);
     EXPECT_EQ(detectCom(1, 10), -50);
+    EXPECT_EQ(stRDZ73xx.gStatus, 0x1234U);
     EXPECT_EQ(m_nKind, 0xC5C5U);
     EXPECT_EQ(m_peer->wire(), "");
 }

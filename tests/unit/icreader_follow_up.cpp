@@ -1,5 +1,6 @@
 // The card exchange with its one follow-up command and the register of the last card status word.
 
+#include "fake_clock.h"
 #include "open_reader.h"
 
 #include "qvreader/icreader.h"
@@ -152,6 +153,31 @@ TEST_F(FollowUp, BothCommandsGoToTheCurrentSlot)
     }
 }
 
+TEST_F(FollowUp, TheFollowUpRunsOnTheTimeThatTheCommandHasLeft)
+{
+    for (const char *pszStatus : {"61 02", "62 83", "6C 02"}) {
+        SCOPED_TRACE(pszStatus);
+        const Bytes status = bytes(pszStatus);
+        const char *pszNext = status[0] == 0x61   ? "00 C0 00 00 02"
+                              : status[0] == 0x62 ? "00 C0 00 00 00"
+                                                  : "00 A4 04 00 02";
+        FakeClock clock(1000);
+        COMM_Rdz_ChageReadTimeOut(10);
+        card("00 A4 04 00", pszStatus);
+        card(pszNext, "AA BB 90 00");
+        // The first read lasts from 1000 to 1003; the clock stands again afterwards.
+        clock.script({1000, 1000, 1003});
+        logOn();
+        EXPECT_EQ(visit("00 A4 04 00"), 0);
+        const std::string sPort = " g_AuxFd = " + std::to_string(g_AuxFd);
+        EXPECT_TRUE(logged({sPort + " nTimeOut = 10 nMaxLen = 4096 ", sPort + " nTimeOut = 7 nMaxLen = 4096 "}));
+        EXPECT_EQ(logLine("COMM_Rdz_ChageReadTimeOut"), "");
+        logOff();
+        EXPECT_EQ(stBackUpParam.nTimeOut, 7);
+        m_peer->finish();
+    }
+}
+
 TEST_F(FollowUp, TheReadersOwnStatusWordDoesNotMatterWhenTheCardAnswers)
 {
     card("00 A4 00 00", "90 00", 0x1003);
@@ -250,10 +276,11 @@ TEST_F(FollowUp, AFailedFollowUpLeavesOutputsAndRegister)
 TEST_F(FollowUp, NullIsRefusedWithoutTraffic)
 {
     Bytes command = bytes("00 84 00 00 08");
-    EXPECT_LT(ICC_CardCmdVisitCOS(nullptr, 5, m_response.data(), &m_nLen), 0);
-    EXPECT_LT(ICC_CardCmdVisitCOS(command.data(), 5, nullptr, &m_nLen), 0);
-    EXPECT_LT(ICC_CardCmdVisitCOS(command.data(), 5, m_response.data(), nullptr), 0);
-    EXPECT_EQ(m_response, Bytes(1100, 0xC5));
+    EXPECT_EQ(ICC_CardCmdVisitCOS(nullptr, 5, m_response.data(), &m_nLen), -2);
+    EXPECT_EQ(ICC_CardCmdVisitCOS(command.data(), 5, nullptr, &m_nLen), -2);
+    EXPECT_EQ(ICC_CardCmdVisitCOS(command.data(), 5, m_response.data(), nullptr), -2);
+    expectUntouched();
+    EXPECT_EQ(ICC_CardCmdGetErrCode(), 0x1234U);
     EXPECT_EQ(m_peer->wire(), "");
 }
 

@@ -306,6 +306,24 @@ TEST_F(ReaderOpen, ASpeedSwitchThatCannotReopenClosesOnceMore)
                         "[COMM_Rdz_OpenReader]End nRet = -3  ", "[COMM_Com_CloseLinux] Start "}));
 }
 
+TEST_F(ReaderOpen, ASpeedSwitchWithARecordOfAnotherReaderModeCannotReopen)
+{
+    ASSERT_EQ(open(path()), 0);
+    TransPortParam param = g_sParam.stParam;
+    param.nBaud = 19200;
+    param.nWord4 = 1;
+    logOn();
+    EXPECT_EQ(COMM_Icc_CardReaderSynBps(&param, 0), -1);
+    EXPECT_EQ(countLogged("[COMM_Rdz_OpenReader]Start "), 0U);
+    EXPECT_EQ(countLogged("[COMM_Com_CloseLinux] Start "), 2U); // before the reopening and after it
+    logOff();
+    // The reader was switched before, so that it is at the new rate now.
+    EXPECT_THAT(s_sent, ElementsAre(Sent{"00 00 00 00", B9600}, Sent{"1B 25 49 33", B9600}));
+    EXPECT_EQ(g_AuxFd, -2);
+    EXPECT_EQ(stCardReader.nReaderMode, 0);
+    EXPECT_EQ(openDescriptors(), m_nDescriptors + 4);
+}
+
 TEST_F(ReaderOpen, TheEscapeOnItsOwn)
 {
     ASSERT_EQ(open(path()), 0);

@@ -139,7 +139,7 @@ TEST_F(PortScan, TheLineInFrontOfTheAntennaBringsItsOwnLineEnd)
     EXPECT_NE(rawLog().find("CommDev:  check picc \r\n\r\n"), std::string::npos) << rawLog();
 }
 
-TEST_F(PortScan, EachReadLastsOneSecond)
+TEST_F(PortScan, ASilentReaderIsGivenOneSecond)
 {
     m_peer->expect(commandFrame("32 24 00 00"));
     m_clock->script({1000, 1000, 1001, 1001, 1002});
@@ -149,6 +149,25 @@ TEST_F(PortScan, EachReadLastsOneSecond)
     m_peer->expect(commandFrame("32 21 00"));
     m_clock->script({1000, 1000, 1001, 1001, 1002});
     EXPECT_EQ(scan("1"), 4);
+}
+
+TEST_F(PortScan, BehindASilentContactSlotTheAntennasReadHasTheLongWait)
+{
+    const std::pair<const char *, const char *> rows[] = {{" ", "32 21 00"}, {"!", "32 21 01"}};
+    for (auto [pszMode, pszCommand] : rows) {
+        SCOPED_TRACE(pszMode);
+        m_peer->expect(commandFrame(pszCommand));
+        answer("32 24 00 00", 0x3006);
+        // The contact slot's read lasts from 1000 to 1002; the clock stands again afterwards.
+        m_clock->script({1000, 1000, 1001, 1001, 1002});
+        logOn();
+        EXPECT_EQ(scan(pszMode), 6);
+        // One second for both: what is left is below 1, and so much is waited for as if it were 0.
+        EXPECT_TRUE(logged({"COMM_Rdz_ChageReadTimeOut Start  nTimeOut = 1 ", "==> nReadLen = -56 ", "check picc ",
+                            " Param err", "==> nReadLen = 12 "}));
+        EXPECT_EQ(stBackUpParam.nTimeOut, -1);
+        m_peer->finish();
+    }
 }
 
 TEST_F(PortScan, WhatCannotBeSentIsTheScansResult)

@@ -171,10 +171,12 @@ TEST_F(Slots, AStatusIsLogged)
 TEST_F(Slots, InAnotherReaderModeASlotHasStatusZero)
 {
     stCardReader.nReaderMode = 1;
+    stRDZ73xx.gStatus = 0x1234;
     EXPECT_EQ(COMM_Icc_CardReaderCheckSloct(0), 0);
     EXPECT_EQ(COMM_Icc_CardReaderCheckSloct(99), 0);
     EXPECT_EQ(COMM_Icc_RdzCheckCardIsInSlot(0), -50);
     EXPECT_EQ(COMM_Icc_RdzCheckCardIsInSlot(99), -50);
+    EXPECT_EQ(stRDZ73xx.gStatus, 0x1234U);
     EXPECT_EQ(m_peer->wire(), "");
 }
 
@@ -326,8 +328,10 @@ TEST_F(Slots, TheSlotMayBeUnwanted)
 TEST_F(Slots, InAnotherReaderModeTheContactSlotSeemsTaken)
 {
     stCardReader.nReaderMode = 1;
+    stRDZ73xx.gStatus = 0x1234;
     EXPECT_EQ(scan('1'), 2);
     EXPECT_EQ(scan('2'), -99);
+    EXPECT_EQ(stRDZ73xx.gStatus, 0x1234U);
     EXPECT_EQ(m_peer->wire(), "");
 }
 

@@ -64,6 +64,12 @@ constexpr const char *pszText1 = "B1^X";
 constexpr const char *pszText2 = "22=2";
 constexpr const char *pszText3 = "333";
 
+// A line of the stripe application as the log file shows it.
+inline std::string appLine(const std::string &sText)
+{
+    return "  T  INFO:    AppMsg   " + sText + "\r\n";
+}
+
 // The clock stands, so that no wait for the scripted reader ends before its answer comes.
 class StripeApp : public StripePort {
   protected:

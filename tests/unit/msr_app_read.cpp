@@ -167,6 +167,26 @@ TEST_F(StripeApp, PortChannelRateFormatAndTimeOutAreHandedOn)
     expectRecord("/dev/ttyS11", 115200, 77);
 }
 
+TEST_F(StripeApp, AReadIsLoggedFromItsStartToItsEndWhateverItsResult)
+{
+    Tracks tracks;
+    isRead(2);
+    logOn();
+    EXPECT_EQ(readCard(path(), tracks.asked(2)), 0);
+    EXPECT_TRUE(loggedWhole(appLine, "APP_Msg_ReadMsgCard", 0));
+    struct Row {
+        unsigned nTracks;
+        const char *pszPort;
+        int32_t nRet;
+    };
+    for (const Row &row : {Row{0, "COM1", -2}, Row{5, "COM1", -2}, Row{2, nullptr, -2}, Row{0, nullptr, -2},
+                           Row{2, "nothing", -2}, Row{2, "", -50}}) {
+        logOn();
+        EXPECT_EQ(readCard(row.pszPort, tracks.asked(row.nTracks)), row.nRet);
+        EXPECT_TRUE(loggedWhole(appLine, "APP_Msg_ReadMsgCard", row.nRet));
+    }
+}
+
 TEST_F(StripeApp, TheEnginesCodesComeUnchangedOrAsTyCodes)
 {
     struct Row {

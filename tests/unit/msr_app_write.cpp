@@ -113,6 +113,26 @@ TEST_F(StripeApp, ATextIsShortenedInPlace)
     EXPECT_STREQ(texts.s2.c_str(), "22=2");
 }
 
+TEST_F(StripeApp, AWriteIsLoggedFromItsStartToItsEndWhateverItsResult)
+{
+    isWritten(2);
+    logOn();
+    EXPECT_EQ(tracks(2).write(path()), 0);
+    EXPECT_TRUE(loggedWhole(appLine, "APP_Msg_WriteMsgCard", 0));
+    struct Row {
+        unsigned nTracks;
+        const char *pszPort;
+        uint32_t nTimeOut;
+        int32_t nRet;
+    };
+    for (const Row &row : {Row{0, "COM1", 5, -6}, Row{5, "COM1", 5, -6}, Row{2, nullptr, 5, -50}, Row{2, "COM1", 0, -2},
+                           Row{2, "nothing", 5, -50}}) {
+        logOn();
+        EXPECT_EQ(tracks(row.nTracks).write(row.pszPort, "", 9600, 0, row.nTimeOut), row.nRet);
+        EXPECT_TRUE(loggedWhole(appLine, "APP_Msg_WriteMsgCard", row.nRet));
+    }
+}
+
 TEST_F(StripeApp, TheEnginesCodesOfAWrite)
 {
     struct Row {

@@ -40,7 +40,8 @@ TEST_F(StripeSettings, TheReadTimeIsToldInAFrameAndBecomesTheReadTimeOut)
     EXPECT_TRUE(logged(
         {"COMM_Rdz_ChageReadTimeOut Start  nTimeOut = 2 ", "[ COMM_Rdz_SetHidClearZero ] Start nFlag = 01",
          "[ COMM_Rdz_SendAndReciveData ] Start ", "nSendLen 3 ", "nMaxReciveBufLen 1024,cHead =\x01,cHead = \x01",
-         "[ COMM_Rdz_SetHidClearZero ] Start nFlag = 00", "COMM_Rdz_ChageReadTimeOut Start  nTimeOut = 30 "}));
+         "[COMM_Rdz_GetRecStatus] Start stRDZ73xx.gStatus = 00", "[ COMM_Rdz_SetHidClearZero ] Start nFlag = 00",
+         "COMM_Rdz_ChageReadTimeOut Start  nTimeOut = 30 "}));
     EXPECT_THAT(s_sent, ElementsAre(stripeFrame("20 04 1E")));
     EXPECT_EQ(nZeroStripping, 1U);
     EXPECT_EQ(g_bIsLinuxHidClearZero, 0U);

@@ -1,4 +1,4 @@
-// The channel that an open selects on a serial link, and what a close does.
+// The channel that an open selects on a serial link, what a close does, and what both log.
 
 #include "msr_reader.h"
 
@@ -129,20 +129,38 @@ TEST_F(StripePort, TheBaudSetterDoesNothing)
     EXPECT_THAT(s_sent, ElementsAre());
 }
 
+// ---- the log --------------------------------------------------------------------------------------------------------
+
 TEST_F(StripePort, AnOpenAndACloseAreLogged)
 {
     logOn();
+    EXPECT_EQ(Dev_Rdz_MsgClosePort(), -1);
+    EXPECT_TRUE(loggedWhole(line, "Dev_Rdz_MsgClosePort", -1));
+    logOn();
     EXPECT_EQ(open(path()), 0);
+    EXPECT_TRUE(loggedWhole(line, "Dev_Rdz_MsgOpenPort", 0));
     EXPECT_TRUE(logged({"[Dev_Rdz_MsgOpenPort] Start ", "[COMM_Rdz_OpenReader]Start ",
                         "[COMM_Rdz_OpenReader]End nRet = 0  ", "[Dev_Rdz_MsgOpenPort] End nRet = 0  "}));
     logOn();
     EXPECT_EQ(open("nothing"), -2);
-    EXPECT_TRUE(logged({"[Dev_Rdz_MsgOpenPort] Start ", "[Dev_Rdz_MsgOpenPort] End nRet = -2  "}));
+    EXPECT_TRUE(loggedWhole(line, "Dev_Rdz_MsgOpenPort", -2));
+    logOn();
     EXPECT_EQ(open(nullptr), -50);
-    EXPECT_TRUE(logged({"[Dev_Rdz_MsgOpenPort] End nRet = -50  "}));
+    EXPECT_TRUE(loggedWhole(line, "Dev_Rdz_MsgOpenPort", -50));
     logOn();
     EXPECT_EQ(Dev_Rdz_MsgClosePort(), 0);
-    EXPECT_TRUE(logged({"[Dev_Rdz_MsgClosePort] Start ", "[Dev_Rdz_MsgClosePort] End nRet = 0  "}));
+    EXPECT_TRUE(loggedWhole(line, "Dev_Rdz_MsgClosePort", 0));
+}
+
+TEST_F(StripePort, AnIdentityIsLoggedWithItsIndexAndItsResult)
+{
+    const std::pair<int32_t, int32_t> rows[] = {{-1, 0}, {0, 0}, {9, 0}, {10, -2}, {-2, -2}};
+    for (auto [nIndex, nRet] : rows) {
+        logOn();
+        EXPECT_EQ(Dev_Rdz_Msg_AddHid(nIndex, 1, 2), nRet);
+        EXPECT_EQ(logWithoutTime(), line("[Dev_Rdz_Msg_AddHid] Start nIndex = " + std::to_string(nIndex)) +
+                                        line("[Dev_Rdz_Msg_AddHid] End nRet = " + std::to_string(nRet) + "  "));
+    }
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 // to its port, and every process-wide value as a fresh process has it.
 #pragma once
 
+#include "device_log.h"
 #include "pty_peer.h"
 
 #include "qvreader/msr.h"
@@ -49,6 +50,18 @@ inline std::string stripeAnswer(uint32_t nStatus, std::string_view sBodyHex = ""
 inline std::string textHex(std::string_view sText)
 {
     return hex(sText.data(), sText.size());
+}
+
+// Success when the log since logOn() begins and ends with the lines of that call and its result. pfnLine: a text as a
+// line of the call's layer.
+inline testing::AssertionResult loggedWhole(std::string (*pfnLine)(const std::string &), const std::string &sCall,
+                                            int32_t nRet)
+{
+    const std::string sLog = logWithoutTime();
+    if (sLog.starts_with(pfnLine("[" + sCall + "] Start ")) &&
+        sLog.ends_with(pfnLine("[" + sCall + "] End nRet = " + std::to_string(nRet) + "  ")))
+        return testing::AssertionSuccess();
+    return testing::AssertionFailure() << sCall << " " << nRet << " in\n" << sLog;
 }
 
 // A reader that nobody has opened yet.

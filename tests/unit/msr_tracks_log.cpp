@@ -26,6 +26,19 @@ size_t occurrences(const std::string &sText)
     return n;
 }
 
+using Rooms = std::vector<std::string>;
+
+// The room for a reply that each exchange was given, in turn.
+Rooms rooms()
+{
+    static const std::string sTitle = "nMaxReciveBufLen ";
+    Rooms found;
+    for (const std::string &sText : logTexts())
+        if (sText.starts_with(sTitle))
+            found.push_back(sText.substr(sTitle.size(), sText.find(',') - sTitle.size()));
+    return found;
+}
+
 class MsrTracksLog : public StripeReader {
   protected:
     void SetUp() override
@@ -95,6 +108,43 @@ TEST_F(MsrTracksLog, AFramedWriteHasRoomForAReplyOf1024Bytes)
     m_texts = {"1", "2", "3"};
     EXPECT_EQ(write(123, writing({{stripeCommand("20 03 31 7C 32 7C 33"), szDone}})), 0);
     EXPECT_TRUE(logged({"nSendLen 7 ", "nMaxReciveBufLen 1024,cHead =\x01,cHead = \x01"}));
+}
+
+TEST_F(MsrTracksLog, EachReplyHasTheRoomOfItsCommand)
+{
+    struct Row {
+        int32_t nMode;
+        StripeScript middle;
+        Rooms rooms; // behind that for the read time
+    };
+    const Row reads[] = {
+        {1, {{szRead1, bareReply("1")}, {szStatus, szSucceeded}}, {"516", "128"}},
+        {2, {{szRead2, bareReply("2")}, {szStatus, szSucceeded}}, {"512", "128"}},
+        {3, {{szRead3, bareReply("X3")}, {szStatus, szSucceeded}}, {"512", "128"}},
+        {12, {{szRead12, bareReply("2A1")}, {szStatus, szSucceeded}}, {"1028", "128"}},
+        {23, {{szRead23, bareReply("2A3")}, {szStatus, szSucceeded}}, {"1028", "128"}},
+        {123, {{szSeparator, szDone}, {szReadAll, stripeReply(0, "1|2|3|")}}, {"1024", "1028"}},
+    };
+    for (const Row &row : reads) {
+        SCOPED_TRACE(row.nMode);
+        Rooms expected = row.rooms;
+        expected.insert(expected.begin(), "1024");
+        logOn();
+        EXPECT_EQ(read(row.nMode, reading(row.middle)), 0);
+        EXPECT_EQ(rooms(), expected);
+    }
+    m_texts[1] = "62";
+    logOn();
+    EXPECT_EQ(write(2, writing({{szWrite2}, {szStatus, szSucceeded}})), 0);
+    EXPECT_EQ(rooms(), (Rooms{"1024", "128"}));
+}
+
+TEST_F(MsrTracksLog, TheStatusGetsItsEndConditionFirstAndThenItsTimeOut)
+{
+    EXPECT_EQ(read(2, reading({{szRead2, bareReply("62")}, {szStatus, szSucceeded}})), 0);
+    EXPECT_TRUE(logged({"[COMM_Rdz_SetEndCondition ] Start",
+                        "nMaxReciveBufLen 512,cHead =", "[COMM_Rdz_SetEndCondition ] Start",
+                        "COMM_Rdz_ChageReadTimeOut Start  nTimeOut = 2 ", "nMaxReciveBufLen 128,cHead ="}));
 }
 
 TEST_F(MsrTracksLog, OtherFailuresAreNoWrongForm)

@@ -84,6 +84,21 @@ TEST_F(MsrTracksSetup, TheTickCounterStartsWithARead)
     EXPECT_EQ(g_stStartTime, int64_t{nStripeStart} * 1000);
 }
 
+TEST_F(MsrTracksSetup, AWriteThatComesToNoCardLeavesTheTickCounter)
+{
+    g_stStartTime = 77;
+    m_texts = {"1", "2", "3"};
+    EXPECT_EQ(write(2, {}, 0), -2);
+    EXPECT_EQ(write(2, {}, 121), -2);
+    m_texts[1] = "A";
+    EXPECT_EQ(write(2, {}), -2);
+    m_texts[1].reset();
+    EXPECT_EQ(write(2, {}), -2);
+    char sz2[] = "2";
+    EXPECT_EQ(MSG_QV_WriteData("", 9600, nullptr, 0, 0, 2, 30, nullptr, sz2, nullptr), -50);
+    EXPECT_EQ(g_stStartTime, 77);
+}
+
 TEST_F(MsrTracksSetup, AReadPassesOnWhyThePortWouldNotOpenAndAWriteDoesNot)
 {
     struct Row {

@@ -243,6 +243,28 @@ TEST_F(Exchange, ASwitchBoxPortIsNamedByItsFirstLetter)
     EXPECT_EQ(m_peer->wire(), "1B 25 41 1B 25 42 1B 25 43 1B 25 4B");
 }
 
+TEST_F(Exchange, ASwitchBoxPortIsSelectedByAnExchangeThatAwaitsNoReply)
+{
+    stRDZ73xx.gStatus = 0x1234;
+    stBackUpParam.pfnEndCondition = never;
+    logOn();
+    EXPECT_EQ(Set_RdzBp("B"), 0);
+    EXPECT_EQ(stRDZ73xx.gStatus, 0U);
+    EXPECT_TRUE(logged({"[Set_RdzBp] Start ", "[ COMM_Rdz_SendAndReciveData ] Start ", "nSendLen 3 ",
+                        "[COMM_Rdz_ReSetStatus]Start ", "nDataLen = 3", "【发送命令】 szSend\n  LEN=3   HEX: 1B2542"}));
+    EXPECT_EQ(logLine("COMM_Rdz_ReadDataFromReader"), "");
+    EXPECT_EQ(stBackUpParam.pfnEndCondition, never);
+    // Also when it cannot be sent.
+    COMM_Com_CloseLinux();
+    stRDZ73xx.gStatus = 0x1234;
+    EXPECT_EQ(Set_RdzBp("B"), -54);
+    EXPECT_EQ(stRDZ73xx.gStatus, 0U);
+    // A port that is none is no exchange.
+    stRDZ73xx.gStatus = 0x1234;
+    EXPECT_EQ(Set_RdzBp("D"), 0);
+    EXPECT_EQ(stRDZ73xx.gStatus, 0x1234U);
+}
+
 TEST_F(Exchange, AnyOtherSwitchBoxPortSendsNothing)
 {
     for (const char *psz : {"", "D", "a", "b", "k", " A", "J", "L", "@", "1"})

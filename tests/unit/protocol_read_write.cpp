@@ -192,6 +192,21 @@ TEST_F(Exchange, ALengthOfZeroReadsNothingAndResetsNothing)
     EXPECT_EQ(COMM_Rdz_ReadDataFromReader(1, 2, 3, m_buf.data(), 8), 1);
 }
 
+TEST_F(Exchange, WithoutADestinationTheReplyStaysOnTheLine)
+{
+    stRDZ73xx.gStatus = 0x1234;
+    stBackUpParam.pfnEndCondition = never;
+    gEndChar = 0x44;
+    m_peer->send(replyFrame(0x9000, "01"));
+    EXPECT_EQ(COMM_Rdz_ReadDataFromReader(1, 2, 3, nullptr, 8), -1);
+    EXPECT_EQ(COMM_Rdz_ReadDataFromReader(1, 2, 3, nullptr, 0), 0);
+    EXPECT_EQ(stRDZ73xx.gStatus, 0x1234U);
+    EXPECT_EQ(stBackUpParam.pfnEndCondition, never);
+    EXPECT_EQ(gEndChar, 0x44);
+    EXPECT_EQ(COMM_Rdz_ReadDataFromReader(1, 2, 3, m_buf.data(), 8), 1);
+    EXPECT_EQ(buffer(1), "01");
+}
+
 TEST_F(Exchange, AnInvalidReplyGivesMinusFourAndNoStatusWord)
 {
     for (const char *psz : {"02 30 30 30 33 39 30 30 30 30 31 39 30 03", // LRC

@@ -14,13 +14,14 @@ qv_add_test(protocol_exchange FAKE_CLOCK SOURCES protocol_exchange.cpp)
 qv_add_test(protocol_read_write SOURCES protocol_read_write.cpp)
 qv_add_test(icreader_open FAKE_USB RUN_SERIAL SOURCES icreader_open.cpp icreader_open_usb.cpp icreader_open_speed.cpp
             icreader_open_box.cpp icreader_open_calls.cpp)
-qv_add_test(icreader_power FAKE_CLOCK SOURCES icreader_power.cpp)
+qv_add_test(icreader_power FAKE_CLOCK SOURCES icreader_power.cpp icreader_power_by_type.cpp)
 qv_add_test(icreader_apdu FAKE_CLOCK SOURCES icreader_apdu.cpp)
-qv_add_test(icreader_send_command FAKE_CLOCK FAKE_USB SOURCES icreader_send_command.cpp failing_writes.cpp)
-qv_add_test(icreader_follow_up SOURCES icreader_follow_up.cpp)
+qv_add_test(icreader_send_command FAKE_CLOCK FAKE_USB SOURCES icreader_send_command.cpp
+            icreader_send_command_raw.cpp failing_writes.cpp)
+qv_add_test(icreader_follow_up FAKE_CLOCK SOURCES icreader_follow_up.cpp)
 qv_add_test(icreader_slots FAKE_CLOCK SOURCES icreader_slots.cpp)
 qv_add_test(icreader_reply_rooms SOURCES icreader_reply_rooms.cpp)
-qv_add_test(icreader_log SOURCES icreader_log.cpp)
+qv_add_test(icreader_log SOURCES icreader_log.cpp icreader_log_whole.cpp)
 
 # A kernel: loaded while the program runs, or the program's own.
 add_library(qv_test_kernel MODULE kernel_stub.cpp)
