@@ -2,10 +2,28 @@
 
 #include "clock.h"
 
+#include <atomic>
 #include <cerrno>
+#include <cstdlib>
+#include <functional>
+#include <string_view>
 #include <sys/time.h>
 
 namespace qv {
+
+namespace {
+
+// localtime_r looks at TZ once only. A host may change it; reading the zone anew for each line would be dear.
+void followZone() noexcept
+{
+    static std::atomic<size_t> s_nZone{0}; // hash of the text that was seen last
+    const char *pszZone = std::getenv("TZ");
+    const size_t nZone = pszZone == nullptr ? 1 : std::hash<std::string_view>{}(pszZone);
+    if (s_nZone.exchange(nZone, std::memory_order_relaxed) != nZone)
+        tzset();
+}
+
+} // namespace
 
 time_t wallSeconds() noexcept
 {
@@ -27,7 +45,7 @@ LocalTime localNow() noexcept
         nNow = 0;
     LocalTime local{};
     const time_t nSeconds = nNow / 1000;
-    tzset(); // a host may have changed TZ
+    followZone();
     localtime_r(&nSeconds, &local.stFields);
     local.nMillis = static_cast<int>(nNow % 1000);
     return local;
