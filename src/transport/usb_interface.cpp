@@ -43,14 +43,15 @@ const libusb_interface *chooseInterface(const libusb_config_descriptor &config, 
 const void *ownerOf(const void *pFunction) noexcept
 {
     Dl_info info{};
-    return pFunction != nullptr && dladdr(pFunction, &info) != 0 ? info.dli_fbase : nullptr;
+    return dladdr(pFunction, &info) != 0 ? info.dli_fbase : nullptr;
 }
 
 // Only to the library that made it: beside a stand-in, a call that this one lacks is the system's libusb's.
 void giveBack(libusb_config_descriptor *pConfig) noexcept
 {
-    if (ownerOf(reinterpret_cast<const void *>(&libusb_free_config_descriptor)) ==
-        ownerOf(reinterpret_cast<const void *>(&libusb_get_active_config_descriptor)))
+    const auto *pMaker = reinterpret_cast<const void *>(&libusb_get_active_config_descriptor);
+    const auto *pFree = reinterpret_cast<const void *>(&libusb_free_config_descriptor);
+    if (pFree != nullptr && ownerOf(pFree) == ownerOf(pMaker))
         libusb_free_config_descriptor(pConfig);
 }
 

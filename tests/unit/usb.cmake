@@ -15,5 +15,5 @@ qv_add_test(transport_hidapi_read FAKE_CLOCK FAKE_SLEEP FAKE_USB SOURCES transpo
 qv_add_test(transport_hidapi_bounds FAKE_CLOCK FAKE_SLEEP FAKE_USB SOURCES transport_hidapi_bounds.cpp)
 qv_add_test(transport_usb_dispatch FAKE_CLOCK FAKE_SLEEP FAKE_USB SOURCES transport_usb_dispatch.cpp)
 qv_add_test(transport_usb_failures FAKE_CLOCK FAKE_SLEEP FAKE_USB SOURCES transport_usb_failures.cpp)
-qv_add_test(transport_usb_endurance FAKE_CLOCK FAKE_SLEEP FAKE_USB SOURCES transport_usb_endurance.cpp LABELS endurance)
+qv_add_test(transport_usb_endurance FAKE_CLOCK FAKE_SLEEP FAKE_USB SOURCES transport_usb_endurance.cpp LABELS endurance plain)
 qv_add_test(icreader_usb FAKE_CLOCK FAKE_SLEEP FAKE_USB SOURCES icreader_usb.cpp)
